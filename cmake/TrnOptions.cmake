@@ -1,0 +1,39 @@
+# Project-wide compile settings. The library itself is built for baseline
+# x86-64; only the kernel family directories add instruction-set flags.
+add_compile_options(-Wall -Wextra -Wno-unused-parameter)
+
+if(TRN_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+
+if(TRN_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    message(FATAL_ERROR "TRN_FUZZ needs clang (configure with -DCMAKE_CXX_COMPILER=clang++)")
+  endif()
+  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+
+# Flags of each kernel family, applied per directory (see trn_kernel_family).
+set(TRN_FLAGS_FALLBACK "")
+set(TRN_FLAGS_SSE -msse4.1 -mfma)
+set(TRN_FLAGS_AVX -mavx2 -mfma)
+
+# Collects the sources of one family directory into an object library built
+# with that family's flags. Objects are linked into trn_core in family order
+# (fallback, SSE, AVX, SGEMM), so inline functions that several families
+# instantiate keep the baseline copy.
+function(trn_kernel_family name)
+  cmake_parse_arguments(ARG "" "" "FLAGS" ${ARGN})
+  file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  if(NOT sources)
+    return()
+  endif()
+  add_library(${name} OBJECT ${sources})
+  target_compile_options(${name} PRIVATE ${ARG_FLAGS})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/inc ${PROJECT_SOURCE_DIR}/src)
+  target_include_directories(${name} SYSTEM PRIVATE ${RAPIDJSON_INCLUDE_DIRS})
+  target_include_directories(${name} PRIVATE ${OpenBLAS_INCLUDE_DIRS})
+  set_property(GLOBAL APPEND PROPERTY TRN_KERNEL_OBJECT_LIBS ${name})
+endfunction()

@@ -1,0 +1,134 @@
+// JSON form of records: each visited attribute is one member of a JSON object.
+#pragma once
+
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+// The JSON library's own assertions become exceptions: a hostile document must
+// never stop the process.
+#ifndef RAPIDJSON_ASSERT
+#define RAPIDJSON_ASSERT(x) \
+  ((x) ? static_cast<void>(0) : throw std::runtime_error("JSON library check failed: " #x))
+#endif
+#ifndef RAPIDJSON_HAS_STDSTRING
+#define RAPIDJSON_HAS_STDSTRING 1
+#endif
+#include <rapidjson/document.h>
+
+#include "tarn/runtime/serializable.h"
+
+namespace tarn {
+namespace runtime {
+
+using JSONValue = rapidjson::Value;
+using JSONDocument = rapidjson::Document;
+using JSONAllocator = rapidjson::Document::AllocatorType;
+
+class JSONNodeSetter : public Visitor {
+ public:
+  // With `version_flag`, adds "serialization_protocol_version" to `node` at once.
+  JSONNodeSetter(JSONValue& node, JSONAllocator& allocator, bool version_flag);
+
+  void Visit(float* value, const char* key) override;
+  void Visit(half_float::half* value, const char* key) override;
+  void Visit(double* value, const char* key) override;
+  void Visit(signed char* value, const char* key) override;
+  void Visit(unsigned char* value, const char* key) override;
+  void Visit(short* value, const char* key) override;
+  void Visit(unsigned short* value, const char* key) override;
+  void Visit(int* value, const char* key) override;
+  void Visit(unsigned int* value, const char* key) override;
+  void Visit(long* value, const char* key) override;
+  void Visit(unsigned long* value, const char* key) override;
+  void Visit(bool* value, const char* key) override;
+  void Visit(char* value, const char* key) override;
+  void Visit(std::string* value, const char* key) override;
+  void Visit(std::vector<float>* value, const char* key) override;
+  void Visit(std::vector<half_float::half>* value, const char* key) override;
+  void Visit(std::vector<unsigned short>* value, const char* key) override;
+  void Visit(std::vector<short>* value, const char* key) override;
+  void Visit(std::vector<std::string>* value, const char* key) override;
+  void Visit(Serializable* value, const char* key) override;
+  void Visit(std::vector<int>* value, const char* key) override;
+  void Visit(std::vector<long>* value, const char* key) override;
+  void Visit(std::vector<unsigned int>* value, const char* key) override;
+  void Visit(std::vector<unsigned long>* value, const char* key) override;
+  void Visit(std::vector<std::vector<unsigned short>>* value, const char* key) override;
+
+ private:
+  void Add(const char* key, JSONValue& value);
+  template <typename T>
+  void AddNumberArray(const std::vector<T>* value, const char* key);
+
+  JSONValue& node_;
+  JSONAllocator& allocator_;
+};
+
+// Reads attributes from a JSON object. A missing key or a member of the wrong
+// type throws std::runtime_error naming the key.
+class JSONNodeGetter : public Visitor {
+ public:
+  // A non-zero `version` is used as is; zero takes the node's
+  // "serialization_protocol_version" (20015 when absent) and checks it.
+  JSONNodeGetter(const JSONValue& node, unsigned int version);
+
+  void Visit(float* value, const char* key) override;
+  void Visit(half_float::half* value, const char* key) override;
+  void Visit(double* value, const char* key) override;
+  void Visit(signed char* value, const char* key) override;
+  void Visit(unsigned char* value, const char* key) override;
+  void Visit(short* value, const char* key) override;
+  void Visit(unsigned short* value, const char* key) override;
+  void Visit(int* value, const char* key) override;
+  void Visit(unsigned int* value, const char* key) override;
+  void Visit(long* value, const char* key) override;
+  void Visit(unsigned long* value, const char* key) override;
+  void Visit(bool* value, const char* key) override;
+  void Visit(char* value, const char* key) override;
+  void Visit(std::string* value, const char* key) override;
+  void Visit(std::vector<float>* value, const char* key) override;
+  void Visit(std::vector<half_float::half>* value, const char* key) override;
+  void Visit(std::vector<unsigned short>* value, const char* key) override;
+  void Visit(std::vector<short>* value, const char* key) override;
+  void Visit(std::vector<std::string>* value, const char* key) override;
+  void Visit(Serializable* value, const char* key) override;
+  void Visit(std::vector<int>* value, const char* key) override;
+  void Visit(std::vector<long>* value, const char* key) override;
+  void Visit(std::vector<unsigned int>* value, const char* key) override;
+  void Visit(std::vector<unsigned long>* value, const char* key) override;
+  void Visit(std::vector<std::vector<unsigned short>>* value, const char* key) override;
+
+  const JSONValue& node() const { return node_; }
+
+ private:
+  const JSONValue& Member(const char* key) const;
+  const JSONValue& ArrayMember(const char* key) const;
+  template <typename T, typename Convert>
+  void ReadArray(std::vector<T>* value, const char* key, Convert convert);
+
+  const JSONValue& node_;
+};
+
+JSONValue ToJSONValue(Serializable* record, JSONAllocator& allocator);
+JSONValue ToJSONValue(const std::string& text, JSONAllocator& allocator);
+JSONValue ToJSONValue(const std::vector<std::string>& texts, JSONAllocator& allocator);
+void JSONValueTo(const JSONValue& value, std::string& text);
+void JSONValueTo(const JSONValue& value, std::vector<std::string>& texts);
+void JSONValueTo(const JSONValue& value, Serializable* record);
+
+// Compact JSON text of a value.
+std::string SerializeJSONValue(const JSONValue& value);
+// Compact JSON text of a value, pretty-printed with four-space indentation.
+std::string SerializeJSONValuePretty(const JSONValue& value);
+void printjsonvalue(const JSONValue& value);
+
+// The whole file in a string stream.
+std::stringstream ReadJsonFile2StrStream(const char* path);
+
+// Parses JSON text; the document is an object or the check fails.
+void ParseJsonObject(JSONDocument& document, const char* json, const char* what);
+
+}  // namespace runtime
+}  // namespace tarn
