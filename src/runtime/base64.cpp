@@ -52,20 +52,35 @@ std::string Base64Encode(const unsigned char* data, unsigned long size) {
 
 std::string Base64Decode(const std::string& text) {
   std::string out;
-  out.reserve(text.size() / 4 * 3 + 3);
+  out.resize(text.size() / 4 * 3 + 3);
+  char* o = &out[0];
+  const unsigned char* p = reinterpret_cast<const unsigned char*>(text.data());
+  const unsigned char* end = p + text.size();
+  // Fast path: whole groups of four alphabet characters.
+  while (end - p >= 4) {
+    const int a = kDecode[p[0]], b = kDecode[p[1]], c = kDecode[p[2]], d = kDecode[p[3]];
+    if ((a | b | c | d) < 0) break;
+    const std::uint32_t v = (std::uint32_t(a) << 18) | (std::uint32_t(b) << 12) | (std::uint32_t(c) << 6) | d;
+    *o++ = static_cast<char>(v >> 16);
+    *o++ = static_cast<char>((v >> 8) & 0xFF);
+    *o++ = static_cast<char>(v & 0xFF);
+    p += 4;
+  }
+  // The rest one character at a time: padding ends the data, foreign characters are skipped.
   std::uint32_t acc = 0;
   int bits = 0;
-  for (unsigned char c : text) {
-    if (c == '=') break;
-    const int v = kDecode[c];
+  for (; p < end; ++p) {
+    if (*p == '=') break;
+    const int v = kDecode[*p];
     if (v < 0) continue;
     acc = (acc << 6) | static_cast<std::uint32_t>(v);
     bits += 6;
     if (bits >= 8) {
       bits -= 8;
-      out.push_back(static_cast<char>((acc >> bits) & 0xFF));
+      *o++ = static_cast<char>((acc >> bits) & 0xFF);
     }
   }
+  out.resize(static_cast<size_t>(o - out.data()));
   return out;
 }
 

@@ -168,7 +168,9 @@ void FILEReader::ReadBytes(void* data, size_t size, size_t count, const char* ty
 
 template <typename T>
 void FILEReader::ReadScalar(T* value) {
-  ReadBytes(value, sizeof(T), 1, typeid(T).name());
+  T read;  // a short read must not leave a half-written value behind
+  ReadBytes(&read, sizeof(T), 1, typeid(T).name());
+  *value = read;
 }
 
 std::uint64_t FILEReader::ReadCount(size_t element_size, const char* type_name) {
