@@ -1,5 +1,6 @@
-// Reads record trees from hostile bytes: the first byte chooses JSON text or
-// the binary stream format, the rest is the input. Any outcome but a crash,
+// Reads record trees from hostile bytes: the first byte chooses the record
+// (test record, tensor shape, model, package, layer factory, configuration)
+// and JSON text or the binary stream format; the rest is the input. Any outcome but a crash,
 // a hang or a leak is fine; the library reports bad input by exception.
 #include <cstdint>
 #include <cstdio>
@@ -8,6 +9,8 @@
 
 #include "../tests/runtime/all_types_record.h"
 #include "tarn/runtime/binary_stream.h"
+#include "tarn/runtime/inference_config.h"
+#include "tarn/runtime/model_info.h"
 #include "tarn/runtime/tensor.h"
 #include "tarn/utility/log.h"
 
@@ -60,7 +63,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   ++data;
   --size;
   const std::string text(reinterpret_cast<const char*>(data), size);
-  switch (mode % 4) {
+  switch (mode % 10) {
     case 0:
       ReadJson<tarn::testing::AllTypesRecord>(text);
       break;
@@ -73,6 +76,35 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     case 3:
       ReadBinary<tarn::runtime::TensorShape>(data, size);
       break;
+    case 4:
+      ReadJson<tarn::runtime::TRModelInfo>(text);
+      break;
+    case 5:
+      ReadBinary<tarn::runtime::TRModelInfo>(data, size);
+      break;
+    case 6:
+      ReadJson<tarn::runtime::TRNModel>(text);
+      break;
+    case 7:
+      ReadBinary<tarn::runtime::TRNModel>(data, size);
+      break;
+    case 8:
+      try {
+        tarn::runtime::LayerInfoFactory(text);
+      } catch (const std::runtime_error&) {
+      }
+      break;
+    case 9: {
+      tarn::runtime::InferenceParamRegistry registry;
+      for (const std::string& name : tarn::runtime::InferenceParamNames()) {
+        registry.Register(name, [name] { return tarn::runtime::CreateInferenceParamPtr(name); }, false);
+      }
+      try {
+        tarn::runtime::CreateConfigFromJSON(text, registry);
+      } catch (const std::runtime_error&) {
+      }
+      break;
+    }
   }
   return 0;
 }
