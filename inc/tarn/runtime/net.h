@@ -1,0 +1,90 @@
+// Executable networks: one Layer per model layer, each with its configured
+// kernel and the converter kernels around it.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "tarn/runtime/context.h"
+#include "tarn/runtime/inference_config.h"
+#include "tarn/runtime/kernel.h"
+#include "tarn/runtime/model_info.h"
+
+namespace tarn {
+namespace runtime {
+
+struct Layer {
+  std::string id;
+  std::shared_ptr<LayerInfo> layer_info;
+  std::shared_ptr<IKernel> kernel;
+  // Applied, in kernel-id order, to each input before the kernel and to each
+  // output after it.
+  std::map<std::uint32_t, std::shared_ptr<IKernel>> input_converters;
+  std::map<std::uint32_t, std::shared_ptr<IKernel>> output_converters;
+};
+
+using LayerPtr = std::shared_ptr<Layer>;
+using TensorMap = std::unordered_map<std::uint32_t, std::shared_ptr<Tensor>>;
+using OutputMap = std::unordered_map<std::uint32_t, std::vector<std::shared_ptr<Tensor>>>;
+
+class Net {
+ public:
+  // Runs every layer once in sequence order and returns the outputs of the
+  // layers in `output_ids`, keyed by layer index. Input layers take their
+  // tensor from `inputs`. An intermediate output is released after its last
+  // reader, so the peak memory is that of the live tensors. When a timing
+  // vector is given it receives one entry per layer (layer_times) or per layer
+  // with converters (converter_times), in milliseconds. A failure (missing
+  // input, invalid input, failing kernel) is logged and gives an empty result.
+  OutputMap Forward(const TensorMap& inputs, const std::vector<std::uint32_t>& output_ids,
+                    const std::shared_ptr<Context>& context, std::vector<float>* layer_times = nullptr,
+                    std::vector<float>* converter_times = nullptr) const;
+
+  const std::vector<LayerPtr>& layers() const { return layers_; }
+  // Input layer ids and their indices.
+  const std::map<std::string, std::uint32_t>& inputs() const { return inputs_; }
+  const std::vector<std::string>& output_ids() const { return output_ids_; }
+  const std::vector<std::string>& type_names() const { return type_names_; }
+  // Index of a layer id, or -1.
+  std::int64_t IndexOf(const std::string& id) const;
+
+ private:
+  friend class NetBuilder;
+  std::vector<LayerPtr> layers_;
+  std::map<std::string, std::uint32_t> inputs_;
+  std::vector<std::string> output_ids_;
+  std::vector<std::string> type_names_;
+  // Per layer: the indices it reads, -1 for an id no earlier layer has.
+  std::vector<std::vector<std::int64_t>> producers_;
+  // Per layer: the last layer index that reads its outputs (-1: none).
+  std::vector<std::int64_t> last_reader_;
+  std::unordered_map<std::string, std::uint32_t> index_of_;
+};
+
+using NetPtr = std::shared_ptr<Net>;
+
+// Creates and configures one kernel; logs "Create Kernel >> name >> ok|nullptr"
+// at level 2 and "Config Kernel <name> failed." when Config refuses. A name
+// the registry lacks is a programming error: it throws after the log line.
+std::shared_ptr<IKernel> CreateKernel(const std::shared_ptr<KernelCfg>& cfg, const std::shared_ptr<LayerInfo>& layer,
+                                      const KernelRegistry& registry, const std::shared_ptr<Context>& ctx);
+// The same without the log lines; null on any failure.
+std::shared_ptr<IKernel> ConfigKernel(std::shared_ptr<KernelInferenceConfig> cfg, std::shared_ptr<LayerInfo> layer,
+                                      const KernelRegistry& registry, std::shared_ptr<Context> ctx);
+
+// Builds a net in the model's sequence order. Every layer must end with a
+// compute kernel: a layer without one fails an assertion (std::runtime_error).
+std::shared_ptr<Net> CreateNet(const std::shared_ptr<TRModelInfo>& model, const std::shared_ptr<TRModelCfg>& cfg,
+                               const KernelRegistry& registry, const std::shared_ptr<Context>& ctx);
+std::shared_ptr<Net> CreateNet(const std::shared_ptr<TRModelInfo>& model, std::shared_ptr<InferenceConfig> cfg,
+                               const KernelRegistry& registry, std::shared_ptr<Context> ctx);
+
+// Converter slot of a kernel id: base-10, stopping at the first non-digit.
+std::uint32_t ParseKernelId(const std::string& id);
+
+}  // namespace runtime
+}  // namespace tarn
