@@ -84,7 +84,7 @@ class NetBuilder {
         for (const std::string& input : layer.layer_info->input_ids) {
           // Only layers that come earlier can be read; later ones (cycles) stay unresolved.
           auto it = seen.find(input);
-          const std::int64_t p = it == seen.end() ? -1 : it->second;
+          const std::int64_t p = it == seen.end() ? std::int64_t(-1) : std::int64_t(it->second);
           net.producers_[i].push_back(p);
           if (p >= 0) net.last_reader_[p] = static_cast<std::int64_t>(i);
         }
