@@ -4,7 +4,7 @@
 # OpenCV, NumPy for the reference-data scripts and peer benchmarks).
 set -euo pipefail
 
-packages=(cmake make g++ libgtest-dev libgmock-dev libbenchmark-dev rapidjson-dev libopenblas-dev)
+packages=(cmake make g++ libgtest-dev libgmock-dev libbenchmark-dev rapidjson-dev libopenblas-dev qemu-user)
 for group in "$@"; do
   case "$group" in
     fuzz) packages+=(clang libclang-rt-14-dev) ;;
