@@ -162,7 +162,7 @@ void PrintConfigs(TRModelMultiBackendCfgsArr& arr, const std::string& indent) {
          {"cpu_sse", "cpu_avx", "cpu_armv7", "cpu_armv8", "gpu_opengl", "gpu_metal", "gpu_cuda", "cpu_armv82"}) {
       auto cfg = it->second->Get(backend);
       if (!cfg || cfg->squential_ids.empty()) continue;
-      std::cout << indent << name << " / " << backend << ": ";
+      std::cout << indent << name << " / " << backend << "\n";
       PrintNetConfig(*cfg, indent + "  ");
     }
   }

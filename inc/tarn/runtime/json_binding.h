@@ -31,31 +31,7 @@ class JSONNodeSetter : public Visitor {
   // With `version_flag`, adds "serialization_protocol_version" to `node` at once.
   JSONNodeSetter(JSONValue& node, JSONAllocator& allocator, bool version_flag);
 
-  void Visit(float* value, const char* key) override;
-  void Visit(half_float::half* value, const char* key) override;
-  void Visit(double* value, const char* key) override;
-  void Visit(signed char* value, const char* key) override;
-  void Visit(unsigned char* value, const char* key) override;
-  void Visit(short* value, const char* key) override;
-  void Visit(unsigned short* value, const char* key) override;
-  void Visit(int* value, const char* key) override;
-  void Visit(unsigned int* value, const char* key) override;
-  void Visit(long* value, const char* key) override;
-  void Visit(unsigned long* value, const char* key) override;
-  void Visit(bool* value, const char* key) override;
-  void Visit(char* value, const char* key) override;
-  void Visit(std::string* value, const char* key) override;
-  void Visit(std::vector<float>* value, const char* key) override;
-  void Visit(std::vector<half_float::half>* value, const char* key) override;
-  void Visit(std::vector<unsigned short>* value, const char* key) override;
-  void Visit(std::vector<short>* value, const char* key) override;
-  void Visit(std::vector<std::string>* value, const char* key) override;
-  void Visit(Serializable* value, const char* key) override;
-  void Visit(std::vector<int>* value, const char* key) override;
-  void Visit(std::vector<long>* value, const char* key) override;
-  void Visit(std::vector<unsigned int>* value, const char* key) override;
-  void Visit(std::vector<unsigned long>* value, const char* key) override;
-  void Visit(std::vector<std::vector<unsigned short>>* value, const char* key) override;
+  TRN_VISITOR_OVERRIDES
 
  private:
   void Add(const char* key, JSONValue& value);
@@ -74,31 +50,7 @@ class JSONNodeGetter : public Visitor {
   // "serialization_protocol_version" (20015 when absent) and checks it.
   JSONNodeGetter(const JSONValue& node, unsigned int version);
 
-  void Visit(float* value, const char* key) override;
-  void Visit(half_float::half* value, const char* key) override;
-  void Visit(double* value, const char* key) override;
-  void Visit(signed char* value, const char* key) override;
-  void Visit(unsigned char* value, const char* key) override;
-  void Visit(short* value, const char* key) override;
-  void Visit(unsigned short* value, const char* key) override;
-  void Visit(int* value, const char* key) override;
-  void Visit(unsigned int* value, const char* key) override;
-  void Visit(long* value, const char* key) override;
-  void Visit(unsigned long* value, const char* key) override;
-  void Visit(bool* value, const char* key) override;
-  void Visit(char* value, const char* key) override;
-  void Visit(std::string* value, const char* key) override;
-  void Visit(std::vector<float>* value, const char* key) override;
-  void Visit(std::vector<half_float::half>* value, const char* key) override;
-  void Visit(std::vector<unsigned short>* value, const char* key) override;
-  void Visit(std::vector<short>* value, const char* key) override;
-  void Visit(std::vector<std::string>* value, const char* key) override;
-  void Visit(Serializable* value, const char* key) override;
-  void Visit(std::vector<int>* value, const char* key) override;
-  void Visit(std::vector<long>* value, const char* key) override;
-  void Visit(std::vector<unsigned int>* value, const char* key) override;
-  void Visit(std::vector<unsigned long>* value, const char* key) override;
-  void Visit(std::vector<std::vector<unsigned short>>* value, const char* key) override;
+  TRN_VISITOR_OVERRIDES
 
   const JSONValue& node() const { return node_; }
 

@@ -107,6 +107,9 @@ class LayerInfo : public Serializable {
   // A weight blob: base64 text in JSON, truncated half floats in the binary format.
   static void VisitBlob(const VisitorPtr& visitor, std::string* blob, const char* key);
   static void VisitBlobList(const VisitorPtr& visitor, std::vector<std::string>* blobs, const char* key);
+  // The attributes shared by the two batch-normalisation records.
+  template <typename Norm>
+  static void VisitBatchNorm(const VisitorPtr& visitor, Norm& norm);
 };
 
 using LayerInfoPtr = std::shared_ptr<LayerInfo>;

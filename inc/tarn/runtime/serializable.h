@@ -57,6 +57,34 @@ class Visitor {
 
 using VisitorPtr = std::shared_ptr<Visitor>;
 
+// The 26 overrides every concrete visitor declares, in the interface's order.
+#define TRN_VISITOR_OVERRIDES                                                        \
+  void Visit(float* value, const char* key) override;                               \
+  void Visit(half_float::half* value, const char* key) override;                    \
+  void Visit(double* value, const char* key) override;                              \
+  void Visit(signed char* value, const char* key) override;                         \
+  void Visit(unsigned char* value, const char* key) override;                       \
+  void Visit(short* value, const char* key) override;                               \
+  void Visit(unsigned short* value, const char* key) override;                      \
+  void Visit(int* value, const char* key) override;                                 \
+  void Visit(unsigned int* value, const char* key) override;                        \
+  void Visit(long* value, const char* key) override;                                \
+  void Visit(unsigned long* value, const char* key) override;                       \
+  void Visit(bool* value, const char* key) override;                                \
+  void Visit(char* value, const char* key) override;                                \
+  void Visit(std::string* value, const char* key) override;                         \
+  void Visit(std::vector<float>* value, const char* key) override;                  \
+  void Visit(std::vector<half_float::half>* value, const char* key) override;       \
+  void Visit(std::vector<unsigned short>* value, const char* key) override;         \
+  void Visit(std::vector<short>* value, const char* key) override;                  \
+  void Visit(std::vector<std::string>* value, const char* key) override;            \
+  void Visit(Serializable* value, const char* key) override;                        \
+  void Visit(std::vector<int>* value, const char* key) override;                    \
+  void Visit(std::vector<long>* value, const char* key) override;                   \
+  void Visit(std::vector<unsigned int>* value, const char* key) override;           \
+  void Visit(std::vector<unsigned long>* value, const char* key) override;          \
+  void Visit(std::vector<std::vector<unsigned short>>* value, const char* key) override;
+
 class Serializable {
  public:
   Serializable();

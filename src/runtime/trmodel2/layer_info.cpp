@@ -38,6 +38,19 @@ void VisitPaddingsAndGeometry(const VisitorPtr& v, ConvGeometry& g, void* pl, vo
   v->Visit(&g.if_bias, "if_bias");
 }
 
+// Window, paddings and strides of the pooling records.
+template <typename Pool>
+void VisitPoolWindow(const VisitorPtr& v, Pool& p) {
+  v->Visit(&p.kernel_x, "kernel_x");
+  v->Visit(&p.kernel_y, "kernel_y");
+  v->Visit(&p.padding_l, "padding_l");
+  v->Visit(&p.padding_t, "padding_t");
+  v->Visit(&p.padding_r, "padding_r");
+  v->Visit(&p.padding_b, "padding_b");
+  v->Visit(&p.stride_x, "stride_x");
+  v->Visit(&p.stride_y, "stride_y");
+}
+
 void VisitNormHead(const VisitorPtr& v, NormStatistics& n, bool with_features) {
   if (with_features) v->Visit(&n.num_features, "num_features");
   v->Visit(&n.eps, "eps");
@@ -125,14 +138,7 @@ void ConvTranspose2dInfo::VisitAttr(const VisitorPtr& v) {
 AvgPool2dInfo::AvgPool2dInfo() : LayerInfo(LAYER_AVGPOOL2D) { serializable_type_ = GetClassTypeName(); }
 void AvgPool2dInfo::VisitAttr(const VisitorPtr& v) {
   LayerInfo::VisitAttr(v);
-  v->Visit(&kernel_x, "kernel_x");
-  v->Visit(&kernel_y, "kernel_y");
-  v->Visit(&padding_l, "padding_l");
-  v->Visit(&padding_t, "padding_t");
-  v->Visit(&padding_r, "padding_r");
-  v->Visit(&padding_b, "padding_b");
-  v->Visit(&stride_x, "stride_x");
-  v->Visit(&stride_y, "stride_y");
+  VisitPoolWindow(v, *this);
   v->Visit(&ceil_mode, "ceil_mode");
   v->Visit(&count_include_pad, "count_include_pad");
 }
@@ -140,14 +146,7 @@ void AvgPool2dInfo::VisitAttr(const VisitorPtr& v) {
 MaxPool2dInfo::MaxPool2dInfo() : LayerInfo(LAYER_MAXPOOL2D) { serializable_type_ = GetClassTypeName(); }
 void MaxPool2dInfo::VisitAttr(const VisitorPtr& v) {
   LayerInfo::VisitAttr(v);
-  v->Visit(&kernel_x, "kernel_x");
-  v->Visit(&kernel_y, "kernel_y");
-  v->Visit(&padding_l, "padding_l");
-  v->Visit(&padding_t, "padding_t");
-  v->Visit(&padding_r, "padding_r");
-  v->Visit(&padding_b, "padding_b");
-  v->Visit(&stride_x, "stride_x");
-  v->Visit(&stride_y, "stride_y");
+  VisitPoolWindow(v, *this);
   v->Visit(&dilation_x, "dilation_x");
   v->Visit(&dilation_y, "dilation_y");
   v->Visit(&ceil_mode, "ceil_mode");
@@ -164,23 +163,23 @@ void InstanceNorm2dInfo::VisitAttr(const VisitorPtr& v) {
 BatchNorm2dInfo::BatchNorm2dInfo() : LayerInfo(LAYER_BATCHNORM2D) { serializable_type_ = GetClassTypeName(); }
 void BatchNorm2dInfo::VisitAttr(const VisitorPtr& v) {
   LayerInfo::VisitAttr(v);
-  VisitNormHead(v, *this, true);
-  VisitBlob(v, &scale, "scale");
-  VisitBlob(v, &shift, "shift");
-  VisitBlob(v, &variance, "variance");
-  VisitBlob(v, &mean, "mean");
-  v->Visit(&num_batches_tracked, "num_batches_tracked");
+  VisitBatchNorm(v, *this);
+}
+
+template <typename Norm>
+void LayerInfo::VisitBatchNorm(const VisitorPtr& v, Norm& n) {
+  VisitNormHead(v, n, true);
+  VisitBlob(v, &n.scale, "scale");
+  VisitBlob(v, &n.shift, "shift");
+  VisitBlob(v, &n.variance, "variance");
+  VisitBlob(v, &n.mean, "mean");
+  v->Visit(&n.num_batches_tracked, "num_batches_tracked");
 }
 
 BatchNorm1dInfo::BatchNorm1dInfo() : LayerInfo(LAYER_BATCHNORM1D) { serializable_type_ = GetClassTypeName(); }
 void BatchNorm1dInfo::VisitAttr(const VisitorPtr& v) {
   LayerInfo::VisitAttr(v);
-  VisitNormHead(v, *this, true);
-  VisitBlob(v, &scale, "scale");
-  VisitBlob(v, &shift, "shift");
-  VisitBlob(v, &variance, "variance");
-  VisitBlob(v, &mean, "mean");
-  v->Visit(&num_batches_tracked, "num_batches_tracked");
+  VisitBatchNorm(v, *this);
 }
 
 Upsample2dInfo::Upsample2dInfo() : LayerInfo(LAYER_UPSAMPLE2D) { serializable_type_ = GetClassTypeName(); }
