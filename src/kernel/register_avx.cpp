@@ -4,9 +4,17 @@
 
 // Convolution and fully connected kernels.
 // (conv includes)
+#include "kernel/cpu/avx/conv1d/conv1d.h"
+#include "kernel/cpu/avx/conv2d/conv2d.h"
+#include "kernel/cpu/avx/fullconnection/fullconnection.h"
 
 // Element kernels: activations, element-wise, pooling, layout transforms.
 // (element includes)
+#include "kernel/cpu/avx/activation/activation.h"
+#include "kernel/cpu/avx/elementwise/elementwise.h"
+#include "kernel/cpu/avx/broadcast/broadcast.h"
+#include "kernel/cpu/avx/pooling/pooling.h"
+#include "kernel/cpu/avx/layout_transform/layout_transform.h"
 
 namespace tarn {
 namespace kernel {
@@ -14,8 +22,40 @@ namespace kernel {
 void RegisterAVX(runtime::KernelRegistry& registry) {
   // Convolution and fully connected kernels.
   // (conv registrations)
+  TRN_REGISTER_KERNEL(registry, Conv2D_Knxm_Snxm_Dnxm_G1_AVX_C8HW8_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Conv1d_K3_S1_D1_G1_AVX_CL_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, FullConnection_AVX_C_Float_M1);
+  TRN_REGISTER_KERNEL(registry, FullConnection_AVX_C_Float_M2);
+  TRN_REGISTER_KERNEL(registry, FullConnection_AVX_C_Float_M3);
+  TRN_REGISTER_KERNEL(registry, FullConnection_AVX_C88_Float_M1);
+  TRN_REGISTER_KERNEL(registry, FullConnection_AVX_C8HW8_Float_M1);
   // Element kernels.
   // (element registrations)
+  TRN_REGISTER_KERNEL(registry, ReLU_AVX_Float_M1);
+  TRN_REGISTER_KERNEL(registry, ReLU6_AVX_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Sigmoid_AVX_Float_M1);
+  TRN_REGISTER_KERNEL(registry, HSwish_AVX_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Leaky_AVX_Float_M1);
+  TRN_REGISTER_KERNEL(registry, PReLU_AVX_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Elementwise_Add_AVX_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Elementwise_Sub_AVX_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Elementwise_Mul_AVX_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Elementwise_Div_AVX_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Elementwise_Max_AVX_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Elementwise_Min_AVX_Float_M1);
+  TRN_REGISTER_KERNEL(registry, BroadcastOperator_C4114_Mul_C4HW4_AVX_Float_M1);
+  TRN_REGISTER_KERNEL(registry, BroadcastOperator_C8118_Mul_C8HW8_AVX_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Pooling2D_Avg_K2x2_S2x2_AVX_C8HW8_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Pooling2D_Avg_K3x3_S2x2_AVX_C8HW8_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Pooling2D_Avg_K4x4_S4x4_AVX_C8HW8_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Pooling2D_Avg_K4x4_S1x1_AVX_C8HW8_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Pooling2D_Avg_K7x7_S1x1_AVX_C8HW8_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Pooling2D_Avg_K8x8_S1x1_AVX_C8HW8_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Pooling2D_Max_K2x2_S2x2_AVX_C8HW8_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Pooling2D_Max_K3x3_S2x2_AVX_C8HW8_Float_M1);
+  TRN_REGISTER_KERNEL(registry, LayoutTransform_MainMemory_CHW_Float_To_C8HW8_AVX_M1);
+  TRN_REGISTER_KERNEL(registry, LayoutTransform_MainMemory_C8HW8_Float_To_CHW_AVX_M1);
+  TRN_REGISTER_KERNEL(registry, LayoutTransform_MainMemory_C8HW8_Float_To_CHW_AVX_M2);
   (void)registry;
 }
 

@@ -5,9 +5,17 @@
 
 // Convolution and fully connected kernels.
 // (conv includes)
+#include "kernel/cpu/fallback/conv1d/conv1d.h"
+#include "kernel/cpu/fallback/conv2d/conv2d.h"
+#include "kernel/cpu/fallback/fullconnection/fullconnection.h"
 
 // Element kernels: activations, element-wise, pooling, layout transforms.
 // (element includes)
+#include "kernel/cpu/fallback/activation/activation.h"
+#include "kernel/cpu/fallback/elementwise/elementwise.h"
+#include "kernel/cpu/fallback/broadcast/broadcast.h"
+#include "kernel/cpu/fallback/tensor_arithmetic/tensor_arithmetic.h"
+#include "kernel/cpu/fallback/pooling/pooling.h"
 
 namespace tarn {
 namespace kernel {
@@ -21,8 +29,26 @@ void RegisterFallback(runtime::KernelRegistry& registry) {
   TRN_REGISTER_KERNEL(registry, Input_Fallback_M1);
   // Convolution and fully connected kernels.
   // (conv registrations)
+  TRN_REGISTER_KERNEL(registry, Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Conv1D_Kn_Sn_Dn_Gn_Fallback_CL_Float_M1);
+  TRN_REGISTER_KERNEL(registry, FullConnection_Fallback_C_Float_M1);
   // Element kernels.
   // (element registrations)
+  TRN_REGISTER_KERNEL(registry, ReLU_Fallback_Float_M1);
+  TRN_REGISTER_KERNEL(registry, ReLU6_Fallback_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Sigmoid_Fallback_Float_M1);
+  TRN_REGISTER_KERNEL(registry, TanH_Fallback_Float_M1);
+  TRN_REGISTER_KERNEL(registry, HSigmoid_Fallback_Float_M1);
+  TRN_REGISTER_KERNEL(registry, HSwish_Fallback_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Leaky_Fallback_Float_M1);
+  TRN_REGISTER_KERNEL(registry, PReLU_Fallback_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Linear_Fallback_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Elementwise_Fallback_Float_M1);
+  TRN_REGISTER_KERNEL(registry, BroadcastOperator_Fallback_Float_M1);
+  TRN_REGISTER_KERNEL(registry, TensorArithmetic_Fallback_M1);
+  TRN_REGISTER_KERNEL(registry, Pooling2D_Max_Fallback_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Pooling2D_Avg_Fallback_Float_M1);
+  TRN_REGISTER_KERNEL(registry, AdaptivePooling2D_Avg_Fallback_CHW_Float_M1);
 }
 
 }  // namespace kernel

@@ -4,6 +4,8 @@
 
 // Convolution and fully connected kernels.
 // (conv includes)
+#include "kernel/cpu/sgemm/conv2d/conv2d.h"
+#include "kernel/cpu/sgemm/fullconnection/fullconnection.h"
 
 // Element kernels: activations, element-wise, pooling, layout transforms.
 // (element includes)
@@ -14,6 +16,8 @@ namespace kernel {
 void RegisterSGEMM(runtime::KernelRegistry& registry) {
   // Convolution and fully connected kernels.
   // (conv registrations)
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S1x1_D1x1_G1_SGEMM_CHW_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, FullConnection_SGEMM_C_Float_M1);
   // Element kernels.
   // (element registrations)
   (void)registry;

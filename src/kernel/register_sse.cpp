@@ -4,9 +4,15 @@
 
 // Convolution and fully connected kernels.
 // (conv includes)
+#include "kernel/cpu/sse/conv2d/conv2d.h"
+#include "kernel/cpu/sse/fullconnection/fullconnection.h"
 
 // Element kernels: activations, element-wise, pooling, layout transforms.
 // (element includes)
+#include "kernel/cpu/sse/activation/activation.h"
+#include "kernel/cpu/sse/elementwise/elementwise.h"
+#include "kernel/cpu/sse/pooling/pooling.h"
+#include "kernel/cpu/sse/layout_transform/layout_transform.h"
 
 namespace tarn {
 namespace kernel {
@@ -14,8 +20,46 @@ namespace kernel {
 void RegisterSSE(runtime::KernelRegistry& registry) {
   // Convolution and fully connected kernels.
   // (conv registrations)
+  TRN_REGISTER_KERNEL(registry, Conv2D_Knxm_Snxm_Dnxm_Gn_SSE_CHW_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C4HW4_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C8HW8_Float_M1);
+  TRN_REGISTER_KERNEL(registry, FullConnection_SSE_C_Float_M1);
+  TRN_REGISTER_KERNEL(registry, FullConnection_SSE_C44_Float_M1);
+  TRN_REGISTER_KERNEL(registry, FullConnection_SSE_BC_Float_M1);
+  TRN_REGISTER_KERNEL(registry, FullConnection_SSE_C4HW4_Float_M1);
   // Element kernels.
   // (element registrations)
+  TRN_REGISTER_KERNEL(registry, ReLU_SSE_Float_M1);
+  TRN_REGISTER_KERNEL(registry, ReLU6_SSE_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Sigmoid_SSE_Float_M1);
+  TRN_REGISTER_KERNEL(registry, TanH_SSE_Float_M1);
+  TRN_REGISTER_KERNEL(registry, HSigmoid_SSE_Float_M1);
+  TRN_REGISTER_KERNEL(registry, HSwish_SSE_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Leaky_SSE_Float_M1);
+  TRN_REGISTER_KERNEL(registry, PReLU_SSE_Float_M1);
+  TRN_REGISTER_KERNEL(registry, ReLU_Inplace_SSE_Float_M1);
+  TRN_REGISTER_KERNEL(registry, HSigmoid_Inplace_SSE_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Elementwise_Add_SSE_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Elementwise_Sub_SSE_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Elementwise_Mul_SSE_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Elementwise_Div_SSE_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Elementwise_Max_SSE_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Elementwise_Min_SSE_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Pooling2D_Max_K2x2_S2x2_SSE_CHW_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Pooling2D_Max_K3x3_S2x2_SSE_CHW_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Pooling2D_Avg_K2x2_S2x2_SSE_CHW_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Pooling2D_Avg_K3x3_S2x2_SSE_CHW_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Pooling2D_Avg_K7x7_S1x1_SSE_CHW_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Pooling2D_Avg_K4x4_S4x4_SSE_CHW_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Pooling2D_Avg_K4x4_S4x4_SSE_C4HW4_Float_M1);
+  TRN_REGISTER_KERNEL(registry, LayoutTransform_MainMemory_CHW_Float_To_C4HW4_SSE_M1);
+  TRN_REGISTER_KERNEL(registry, LayoutTransform_MainMemory_CHW_Float_To_C4HW4_SSE_M2);
+  TRN_REGISTER_KERNEL(registry, LayoutTransform_MainMemory_C4HW4_Float_To_CHW_SSE_M1);
+  TRN_REGISTER_KERNEL(registry, LayoutTransform_MainMemory_CHW_Float_To_C8HW8_SSE_M1);
+  TRN_REGISTER_KERNEL(registry, LayoutTransform_MainMemory_C8HW8_Float_To_CHW_SSE_M1);
+  TRN_REGISTER_KERNEL(registry, LayoutTransform_MainMemory_C8HW8_Float_To_CHW_SSE_M2);
+  TRN_REGISTER_KERNEL(registry, LayoutTransform_MainMemory_C4HW4_Float_To_C8HW8_SSE_M1);
+  TRN_REGISTER_KERNEL(registry, LayoutTransform_MainMemory_C8HW8_Float_To_C4HW4_SSE_M1);
   (void)registry;
 }
 

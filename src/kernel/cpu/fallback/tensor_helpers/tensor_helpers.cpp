@@ -48,7 +48,8 @@ TensorCPUPtr PadHW(const TensorCPUPtr& in, std::uint32_t left, std::uint32_t rig
   TensorCPUPtr out = device->CreateTensor(shape);
   T* o = out->DataAs<T>();
   const size_t planes = d[0];
-  if (value == T(0)) {
+  const T zero(0);
+  if (std::memcmp(&value, &zero, sizeof(T)) == 0) {  // +0 only: -0.0f must keep its sign
     std::memset(o, 0, planes * oh * ow * sizeof(T));
   } else {
     std::fill(o, o + planes * oh * ow, value);

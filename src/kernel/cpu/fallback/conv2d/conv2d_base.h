@@ -1,0 +1,103 @@
+// What every 2-D convolution kernel shares: reading and checking the record,
+// decoding the weights once, the output-size rule and the input checks. It is
+// compiled for baseline x86-64; the members add weight packing and Forward.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "tarn/kernel/kernel_base.h"
+#include "tarn/runtime/device_cpu.h"
+
+namespace tarn {
+namespace kernel {
+
+// The record's geometry as Config stores it.
+struct Conv2DParams {
+  std::uint32_t kernel_x = 0, kernel_y = 0;
+  std::uint32_t stride_x = 1, stride_y = 1;
+  std::uint32_t dilation_x = 1, dilation_y = 1;
+  std::uint32_t in_channels_per_group = 0, out_channels_per_group = 0;
+  std::uint32_t groups = 1;
+  std::uint32_t padding_l = 0, padding_t = 0, padding_r = 0, padding_b = 0;
+  std::uint8_t if_bias = 0;
+};
+
+// Sizes of one forward pass over a given input.
+struct Conv2DPlan {
+  std::uint32_t channels = 0;  // real input channels
+  std::uint32_t in_h = 0, in_w = 0;
+  std::uint32_t padded_h = 0, padded_w = 0;
+  std::uint32_t out_h = 0, out_w = 0;
+};
+
+class Conv2DKernelBase : public KernelBase {
+ public:
+  // The geometry a member's name promises.
+  enum class Geometry { kAny, kGroups1, k1x1 };
+  // The order Config packs the weight into.
+  enum class WeightOrder { kGNCHW, kGN4C4HW4c4n, kGN8C8HW8c8n };
+
+  // -1 unless the record is a Conv2dInfo with non-zero channels, kernel,
+  // stride, dilation and groups, channels divisible by the groups, and the
+  // geometry the member's name promises.
+  std::int32_t IsValidParam(std::shared_ptr<runtime::LayerInfo> layer,
+                            std::shared_ptr<runtime::InferenceParam> param) const override;
+  // Decodes the weight ([G, N/G, C/G, KY, KX]) and the bias once, refusing
+  // blobs whose float counts differ from what the geometry needs.
+  bool Config(std::shared_ptr<runtime::LayerInfo> layer, std::shared_ptr<runtime::InferenceParam> param,
+              std::shared_ptr<runtime::Context> context) override;
+  // One output of N channels in the member's layout; empty for an input the
+  // kernel would refuse.
+  std::vector<runtime::TensorShape> GetOutputShapes(const std::vector<runtime::TensorShape>& inputs) const override;
+  // One float main-memory tensor in the member's layout with the configured
+  // channels, large enough for the kernel after padding, and small enough that
+  // every buffer of the pass stays within 2^31 - 1 floats.
+  std::int32_t IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const override;
+  std::int32_t IsValidOutput(const std::vector<std::shared_ptr<runtime::Tensor>>& outputs) const override;
+
+  const Conv2DParams& params() const { return params_; }
+  std::uint32_t InChannels() const { return params_.in_channels_per_group * params_.groups; }
+  std::uint32_t OutChannels() const { return params_.out_channels_per_group * params_.groups; }
+
+ protected:
+  // lanes: 1 for CHW, 4 for C4HW4, 8 for C8HW8. builds_column: whether
+  // Forward builds a column matrix (its size is checked against the int range).
+  // Everything but Forward is decided here, in baseline code, so that asking
+  // a vector member about a record never runs instructions of its family.
+  Conv2DKernelBase(runtime::TensorShape::Layout layout, std::uint32_t lanes, bool builds_column, Geometry geometry,
+                   WeightOrder order);
+
+  bool AcceptsGeometry(const Conv2DParams& p) const;
+
+  // The pass over `input`; false when the input does not fit this kernel.
+  bool MakePlan(const runtime::TensorShape& input, Conv2DPlan* plan) const;
+  bool HasPadding() const;
+  // The output tensor of a pass, uninitialised.
+  std::shared_ptr<runtime::TensorCPU> CreateOutput(const Conv2DPlan& plan, runtime::DeviceCPU& device) const;
+  // The checked input of Forward, or null (with the reason logged).
+  std::shared_ptr<runtime::TensorCPU> ForwardInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+                                                   const std::shared_ptr<runtime::Context>& context,
+                                                   Conv2DPlan* plan) const;
+
+  Conv2DParams params_;
+  std::shared_ptr<runtime::TensorCPU> weight_;
+  std::shared_ptr<runtime::TensorCPU> bias_;  // null without bias
+
+ private:
+  runtime::TensorShape::Layout layout_;
+  std::uint32_t lanes_;
+  bool builds_column_;
+  Geometry geometry_;
+  WeightOrder order_;
+};
+
+}  // namespace kernel
+}  // namespace tarn
+
+// The Forward declaration of a convolution member.
+#define TRN_CONV2D_FORWARD                                                   \
+  bool Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs, \
+               std::vector<std::shared_ptr<runtime::Tensor>>& outputs,      \
+               std::shared_ptr<runtime::Context> context) const override;
