@@ -13,32 +13,32 @@
 namespace tarn {
 namespace testing {
 
-class NetSpec {
+class NetRecipe {
  public:
-  NetSpec() : model(std::make_shared<runtime::TRModelInfo>()), cfg(std::make_shared<runtime::TRModelCfg>()) {}
+  NetRecipe() : model(std::make_shared<runtime::TRModelInfo>()), cfg(std::make_shared<runtime::TRModelCfg>()) {}
 
-  NetSpec& Input(const std::string& id, const std::string& kernel = "Input_Fallback_M1") {
+  NetRecipe& Input(const std::string& id, const std::string& kernel = "Input_Fallback_M1") {
     return Add(std::make_shared<runtime::InputInfo>(), id, {}, kernel);
   }
-  NetSpec& Scale(const std::string& id, const std::string& input, float alpha,
+  NetRecipe& Scale(const std::string& id, const std::string& input, float alpha,
                  const std::string& kernel = "Test_Scale_M1") {
     auto layer = std::make_shared<runtime::ActivationInfo>();
     layer->activation_alpha = half_float::half(alpha);
     return Add(layer, id, {input}, kernel);
   }
-  NetSpec& Sum(const std::string& id, const std::vector<std::string>& inputs,
+  NetRecipe& Sum(const std::string& id, const std::vector<std::string>& inputs,
                const std::string& kernel = "Test_Sum_M1") {
     return Add(std::make_shared<runtime::ElementWiseOperatorInfo>(), id, inputs, kernel);
   }
   // A converter before ("in") or after ("out") the kernel of layer `id`.
-  NetSpec& Converter(const std::string& id, const std::string& side, const std::string& kernel_id,
+  NetRecipe& Converter(const std::string& id, const std::string& side, const std::string& kernel_id,
                      const std::string& kernel) {
     auto& arr = side == "in" ? cfg->layers[id]->input_converters : cfg->layers[id]->output_converters;
     arr.kernel_ids.push_back(kernel_id);
     arr.kernels[kernel_id] = MakeKernelCfg(kernel);
     return *this;
   }
-  NetSpec& Outputs(std::vector<std::string> ids) {
+  NetRecipe& Outputs(std::vector<std::string> ids) {
     model->squential_output_ids = std::move(ids);
     return *this;
   }
@@ -53,7 +53,7 @@ class NetSpec {
   std::shared_ptr<runtime::TRModelCfg> cfg;
 
  private:
-  NetSpec& Add(runtime::LayerInfoPtr layer, const std::string& id, std::vector<std::string> inputs,
+  NetRecipe& Add(runtime::LayerInfoPtr layer, const std::string& id, std::vector<std::string> inputs,
                const std::string& kernel) {
     layer->id = id;
     layer->input_ids = std::move(inputs);

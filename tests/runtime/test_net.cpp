@@ -13,7 +13,7 @@ namespace {
 
 using namespace runtime;
 using testing::FloatTensor;
-using testing::NetSpec;
+using testing::NetRecipe;
 using testing::Values;
 
 class NetTest : public ::testing::Test {
@@ -27,9 +27,9 @@ class NetTest : public ::testing::Test {
 };
 
 TEST_F(NetTest, BranchAndJoin) {
-  NetSpec spec;
-  spec.Input("x").Scale("a", "x", 2).Scale("b", "x", 3).Sum("j", {"a", "b", "x"}).Outputs({"j"});
-  auto net = CreateNet(spec.model, spec.cfg, registry, ctx);
+  NetRecipe recipe;
+  recipe.Input("x").Scale("a", "x", 2).Scale("b", "x", 3).Sum("j", {"a", "b", "x"}).Outputs({"j"});
+  auto net = CreateNet(recipe.model, recipe.cfg, registry, ctx);
   EXPECT_EQ(net->inputs().at("x"), 0u);
   EXPECT_EQ(net->type_names(), (std::vector<std::string>{"Input", "Activation", "Activation", "ElementWiseOperator"}));
   auto out = net->Forward({{0, FloatTensor(ctx, {1, -2})}}, {3, 1}, ctx);
@@ -39,10 +39,10 @@ TEST_F(NetTest, BranchAndJoin) {
 }
 
 TEST_F(NetTest, LayersRunInSequenceOrderNotRecordOrder) {
-  NetSpec spec;
-  spec.Input("x").Scale("late", "x", 2).Scale("early", "late", 5);
+  NetRecipe recipe;
+  recipe.Input("x").Scale("late", "x", 2).Scale("early", "late", 5);
   // The sequence decides the index of every layer.
-  auto net = CreateNet(spec.model, spec.cfg, registry, ctx);
+  auto net = CreateNet(recipe.model, recipe.cfg, registry, ctx);
   EXPECT_EQ(net->IndexOf("late"), 1);
   EXPECT_EQ(net->IndexOf("early"), 2);
   auto out = net->Forward({{0, FloatTensor(ctx, {1})}}, {2}, ctx);
@@ -50,11 +50,11 @@ TEST_F(NetTest, LayersRunInSequenceOrderNotRecordOrder) {
 }
 
 TEST_F(NetTest, ConvertersChainAroundTheKernelInIdOrder) {
-  NetSpec spec;
-  spec.Input("x").Scale("s", "x", 2);
-  spec.Converter("s", "in", "2", "Test_Offset_M1").Converter("s", "in", "1", "Test_Offset_M1");
-  spec.Converter("s", "out", "5", "Test_Offset_M1");
-  auto net = CreateNet(spec.model, spec.cfg, registry, ctx);
+  NetRecipe recipe;
+  recipe.Input("x").Scale("s", "x", 2);
+  recipe.Converter("s", "in", "2", "Test_Offset_M1").Converter("s", "in", "1", "Test_Offset_M1");
+  recipe.Converter("s", "out", "5", "Test_Offset_M1");
+  auto net = CreateNet(recipe.model, recipe.cfg, registry, ctx);
   EXPECT_EQ(net->layers()[1]->input_converters.size(), 2u);
   std::vector<float> conv_times;
   auto out = net->Forward({{0, FloatTensor(ctx, {1})}}, {1}, ctx, nullptr, &conv_times);
@@ -63,10 +63,10 @@ TEST_F(NetTest, ConvertersChainAroundTheKernelInIdOrder) {
 }
 
 TEST_F(NetTest, KernelIdsAreParsedInBase10) {
-  NetSpec spec;
-  spec.Input("x").Scale("s", "x", 1);
-  spec.Converter("s", "in", "007", "Test_Offset_M1").Converter("s", "in", "7", "Test_Offset_M1");
-  auto net = CreateNet(spec.model, spec.cfg, registry, ctx);
+  NetRecipe recipe;
+  recipe.Input("x").Scale("s", "x", 1);
+  recipe.Converter("s", "in", "007", "Test_Offset_M1").Converter("s", "in", "7", "Test_Offset_M1");
+  auto net = CreateNet(recipe.model, recipe.cfg, registry, ctx);
   ASSERT_EQ(net->layers()[1]->input_converters.size(), 1u) << "\"007\" and \"7\" are one slot";
   EXPECT_EQ(net->layers()[1]->input_converters.begin()->first, 7u);
   EXPECT_EQ(ParseKernelId("12a"), 12u);
@@ -76,9 +76,9 @@ TEST_F(NetTest, KernelIdsAreParsedInBase10) {
 
 TEST_F(NetTest, UnregisteredKernelIsLoggedThenFatal) {
   testing::LogCapture log;
-  NetSpec spec;
-  spec.Input("x").Scale("s", "x", 1, "Nope_Fallback_M1");
-  EXPECT_EQ(testing::ThrownMessage([&] { CreateNet(spec.model, spec.cfg, registry, ctx); }),
+  NetRecipe recipe;
+  recipe.Input("x").Scale("s", "x", 1, "Nope_Fallback_M1");
+  EXPECT_EQ(testing::ThrownMessage([&] { CreateNet(recipe.model, recipe.cfg, registry, ctx); }),
             "Kernel <Nope_Fallback_M1> is not registered.");
   EXPECT_TRUE(log.Contains("Create Kernel >> Input_Fallback_M1 >> ok", utility::kLogVerbose));
   EXPECT_TRUE(log.Contains("Create Kernel >> Nope_Fallback_M1 >> nullptr", utility::kLogVerbose));
@@ -86,22 +86,22 @@ TEST_F(NetTest, UnregisteredKernelIsLoggedThenFatal) {
 
 TEST_F(NetTest, RefusedConfigIsLoggedAndTheLayerAsserts) {
   testing::LogCapture log;
-  NetSpec spec;
-  spec.Input("x").Scale("s", "x", 1, "Test_Refuse_M1");
-  EXPECT_EQ(testing::ThrownMessage([&] { CreateNet(spec.model, spec.cfg, registry, ctx); }), "Assertion failed.");
+  NetRecipe recipe;
+  recipe.Input("x").Scale("s", "x", 1, "Test_Refuse_M1");
+  EXPECT_EQ(testing::ThrownMessage([&] { CreateNet(recipe.model, recipe.cfg, registry, ctx); }), "Assertion failed.");
   EXPECT_TRUE(log.Contains("Config Kernel <Test_Refuse_M1> failed.", utility::kLogVerbose));
   // A kernel of the wrong kind for its record refuses too.
-  NetSpec wrong;
+  NetRecipe wrong;
   wrong.Input("x").Scale("s", "x", 1, "Input_Fallback_M1");
   EXPECT_NE(testing::ThrownMessage([&] { CreateNet(wrong.model, wrong.cfg, registry, ctx); }), "");
   EXPECT_TRUE(log.Contains("Config Kernel <Input_Fallback_M1> failed."));
 }
 
 TEST_F(NetTest, EveryLayerNeedsAKernel) {
-  NetSpec spec;
-  spec.Input("x", "");  // even input layers
-  EXPECT_EQ(testing::ThrownMessage([&] { CreateNet(spec.model, spec.cfg, registry, ctx); }), "Assertion failed.");
-  NetSpec other;
+  NetRecipe recipe;
+  recipe.Input("x", "");  // even input layers
+  EXPECT_EQ(testing::ThrownMessage([&] { CreateNet(recipe.model, recipe.cfg, registry, ctx); }), "Assertion failed.");
+  NetRecipe other;
   other.Input("x");
   EXPECT_NE(testing::ThrownMessage([&] { CreateNet(other.model, std::shared_ptr<TRModelCfg>(), registry, ctx); }), "")
       << "a null configuration gives no kernels";
@@ -109,16 +109,16 @@ TEST_F(NetTest, EveryLayerNeedsAKernel) {
 
 TEST_F(NetTest, ForwardFailuresGiveAnEmptyResult) {
   testing::LogCapture log;
-  NetSpec spec;
-  spec.Input("x").Scale("s", "x", 2);
-  auto net = CreateNet(spec.model, spec.cfg, registry, ctx);
+  NetRecipe recipe;
+  recipe.Input("x").Scale("s", "x", 2);
+  auto net = CreateNet(recipe.model, recipe.cfg, registry, ctx);
   EXPECT_TRUE(net->Forward({}, {1}, ctx).empty());
   EXPECT_TRUE(log.Contains("No tensor was given for input layer <x>."));
   auto bytes = ctx->cpu->CreateGray8Tensor(2, 2);
   EXPECT_TRUE(net->Forward({{0, bytes}}, {1}, ctx).empty()) << "an 8-bit tensor is not a valid float input";
   EXPECT_TRUE(log.Contains("Invalid input of layer <s> for kernel <Test_Scale_M1> (code -2)."));
 
-  NetSpec broken;
+  NetRecipe broken;
   broken.Input("x").Scale("s", "x", 1, "Test_Broken_M1");
   EXPECT_TRUE(CreateNet(broken.model, broken.cfg, registry, ctx)->Forward({{0, FloatTensor(ctx, {1})}}, {1}, ctx).empty());
   EXPECT_TRUE(log.Contains("Forward of layer <s> with kernel <Test_Broken_M1> failed."));
@@ -126,15 +126,15 @@ TEST_F(NetTest, ForwardFailuresGiveAnEmptyResult) {
 
 TEST_F(NetTest, CyclesAndUnknownIdsCannotRun) {
   testing::LogCapture log;
-  NetSpec cycle;
+  NetRecipe cycle;
   cycle.Input("x").Sum("a", {"x", "b"}).Sum("b", {"a"});
   auto net = CreateNet(cycle.model, cycle.cfg, registry, ctx);
   EXPECT_TRUE(net->Forward({{0, FloatTensor(ctx, {1})}}, {2}, ctx).empty());
   EXPECT_TRUE(log.Contains("Layer <a> reads a layer that has not run before it."));
-  NetSpec self;
+  NetRecipe self;
   self.Input("x").Sum("a", {"a"});
   EXPECT_TRUE(CreateNet(self.model, self.cfg, registry, ctx)->Forward({{0, FloatTensor(ctx, {1})}}, {1}, ctx).empty());
-  NetSpec unknown;
+  NetRecipe unknown;
   unknown.Input("x").Sum("a", {"nowhere"});
   EXPECT_TRUE(
       CreateNet(unknown.model, unknown.cfg, registry, ctx)->Forward({{0, FloatTensor(ctx, {1})}}, {1}, ctx).empty());
@@ -142,15 +142,15 @@ TEST_F(NetTest, CyclesAndUnknownIdsCannotRun) {
 
 TEST_F(NetTest, IntermediatesAreReleasedAfterTheirLastReader) {
   // A deep chain on a 1 MiB tensor: only a few tensors may be alive at once.
-  NetSpec spec;
-  spec.Input("x");
+  NetRecipe recipe;
+  recipe.Input("x");
   std::string prev = "x";
   for (int i = 0; i < 30; ++i) {
     const std::string id = "s" + std::to_string(i);
-    spec.Scale(id, prev, 1.0f);
+    recipe.Scale(id, prev, 1.0f);
     prev = id;
   }
-  auto net = CreateNet(spec.model, spec.cfg, registry, ctx);
+  auto net = CreateNet(recipe.model, recipe.cfg, registry, ctx);
   auto input = ctx->cpu->CreateZeroF32CMainMem(1 << 18);
   const size_t bytes = input->shape.Bytes();
   ctx->cpu->pool()->ResetPeak();
@@ -162,12 +162,12 @@ TEST_F(NetTest, IntermediatesAreReleasedAfterTheirLastReader) {
 
 TEST_F(NetTest, TimingVectorsAndProfiler) {
   testing::LogCapture log(0);
-  NetSpec spec;
-  spec.Input("x").Scale("s", "x", 2).Scale("t", "s", 2);
-  spec.Converter("t", "out", "1", "Test_Offset_M1");
+  NetRecipe recipe;
+  recipe.Input("x").Scale("s", "x", 2).Scale("t", "s", 2);
+  recipe.Converter("t", "out", "1", "Test_Offset_M1");
   auto profiler = std::make_shared<Profiler>();
   auto profiled = CreateContext(ctx->cpu, nullptr, nullptr, nullptr, nullptr, profiler);
-  auto net = CreateNet(spec.model, spec.cfg, registry, profiled);
+  auto net = CreateNet(recipe.model, recipe.cfg, registry, profiled);
   std::vector<float> layer_times = {-1.0f}, converter_times;
   auto out = net->Forward({{0, FloatTensor(ctx, {1})}}, {2}, profiled, &layer_times, &converter_times);
   EXPECT_EQ(Values(out[2][0]), (std::vector<float>{104}));
@@ -186,8 +186,8 @@ TEST_F(NetTest, TimingVectorsAndProfiler) {
 }
 
 TEST_F(NetTest, StandAloneConfiguration) {
-  NetSpec spec;
-  spec.Input("x").Scale("s", "x", 4);
+  NetRecipe recipe;
+  recipe.Input("x").Scale("s", "x", 4);
   InferenceConfig cfg;
   auto kernel = [](const std::string& name) {
     auto k = std::make_shared<KernelInferenceConfig>();
@@ -197,15 +197,15 @@ TEST_F(NetTest, StandAloneConfiguration) {
   cfg.config["x"].kernel = kernel("Input_Fallback_M1");
   cfg.config["s"].kernel = kernel("Test_Scale_M1");
   cfg.config["s"].output_converters["3"] = kernel("Test_Offset_M1");
-  auto net = CreateNet(spec.model, std::make_shared<InferenceConfig>(cfg), registry, ctx);
+  auto net = CreateNet(recipe.model, std::make_shared<InferenceConfig>(cfg), registry, ctx);
   auto out = net->Forward({{0, FloatTensor(ctx, {1})}}, {1}, ctx);
   EXPECT_EQ(Values(out[1][0]), (std::vector<float>{104}));
 
-  EXPECT_EQ(ConfigKernel(kernel("Nope_M1"), spec.model->layers["s"], registry, ctx), nullptr);
-  EXPECT_EQ(ConfigKernel(kernel("Test_Refuse_M1"), spec.model->layers["s"], registry, ctx), nullptr);
-  EXPECT_NE(ConfigKernel(kernel("Test_Scale_M1"), spec.model->layers["s"], registry, ctx), nullptr);
+  EXPECT_EQ(ConfigKernel(kernel("Nope_M1"), recipe.model->layers["s"], registry, ctx), nullptr);
+  EXPECT_EQ(ConfigKernel(kernel("Test_Refuse_M1"), recipe.model->layers["s"], registry, ctx), nullptr);
+  EXPECT_NE(ConfigKernel(kernel("Test_Scale_M1"), recipe.model->layers["s"], registry, ctx), nullptr);
   cfg.config["s"].kernel = kernel("Nope_M1");
-  EXPECT_NE(testing::ThrownMessage([&] { CreateNet(spec.model, std::make_shared<InferenceConfig>(cfg), registry, ctx); }),
+  EXPECT_NE(testing::ThrownMessage([&] { CreateNet(recipe.model, std::make_shared<InferenceConfig>(cfg), registry, ctx); }),
             "");
 }
 

@@ -14,7 +14,7 @@ using namespace runtime;
 using utility::_NetworkPackage;
 using utility::_TRNModelVerInfo;
 using testing::FloatTensor;
-using testing::NetSpec;
+using testing::NetRecipe;
 using testing::Values;
 
 TEST(CoreVersion, IsOnePointZero) {
@@ -91,17 +91,17 @@ class LoadModel : public ::testing::Test {
 
   // A package with one network "net": y = 2x + 3x, plus a second input.
   TRNModel Package(const std::string& name = "net", const std::string& scale_kernel = "Test_Scale_M1") {
-    NetSpec spec;
-    spec.Input("x").Scale("a", "x", 2, scale_kernel).Scale("b", "x", 3).Input("z").Sum("y", {"a", "b", "z"});
-    spec.Outputs({"y", "a"});
+    NetRecipe recipe;
+    recipe.Input("x").Scale("a", "x", 2, scale_kernel).Scale("b", "x", 3).Input("z").Sum("y", {"a", "b", "z"});
+    recipe.Outputs({"y", "a"});
     TRNModel pkg;
     pkg.sdk_type = "cpu_sse";
     pkg.sdk_major_ver = 2;
     pkg.sdk_minor_ver = 1;
     pkg.model_arr.squential_ids = {name};
-    pkg.model_arr.models[name] = spec.model;
+    pkg.model_arr.models[name] = recipe.model;
     auto cfgs = std::make_shared<TRModelMultiBackendCfgs>();
-    cfgs->cpu_sse = spec.cfg;
+    cfgs->cpu_sse = recipe.cfg;
     pkg.config_arr.squential_ids = {name};
     pkg.config_arr.configs[name] = cfgs;
     return pkg;
