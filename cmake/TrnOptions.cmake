@@ -1,6 +1,10 @@
 # Project-wide compile settings. The library itself is built for baseline
 # x86-64; only the kernel family directories add instruction-set flags.
 add_compile_options(-Wall -Wextra -Wno-unused-parameter)
+# Multiply-adds are fused only where the code says so (fma intrinsics, std::fma):
+# a compiler free to contract a*b+c in the -mfma families would make their
+# scalar tails differ from the portable references.
+add_compile_options(-ffp-contract=off)
 
 # RapidJSON 1.1 adds an offset to its internal stack pointer while that is
 # still null (before the first allocation); the pointer-overflow check is left
