@@ -13,6 +13,7 @@
 #include <map>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "bench_common.h"
@@ -60,6 +61,18 @@ void Add(const std::string& group, const std::string& variant, double traffic, s
     }
     state.counters["GBps"] = benchmark::Counter(traffic, benchmark::Counter::kIsIterationInvariantRate);
   })->Unit(benchmark::kMicrosecond);
+}
+
+// The per-channel scale one float at a time on [C / kLanes, H, W, kLanes].
+template <unsigned kLanes>
+void ScalarChannelMul() {
+  static std::vector<float> out(kN);
+  const float* s = B().data();
+  const float* d = A().data();
+  for (unsigned b = 0; b < kC / kLanes; ++b)
+    for (unsigned p = 0; p < kH * kW; ++p)
+      for (unsigned j = 0; j < kLanes; ++j)
+        out[(size_t(b) * kH * kW + p) * kLanes + j] = d[(size_t(b) * kH * kW + p) * kLanes + j] * s[b * kLanes + j];
 }
 
 using UnaryFn = void (*)(const float*, const std::uint32_t&, float*);
@@ -120,32 +133,18 @@ void RegisterAll() {
   }
 
   // Per-channel scale on C8HW8 / C4HW4.
-  Add("channel_mul_c8", "scalar", 2.0 * kBytes, [] {
-    static std::vector<float> out(kN);
-    const float* s = B().data();
-    const float* d = A().data();
-    for (unsigned b = 0; b < kC / 8; ++b)
-      for (unsigned p = 0; p < kH * kW; ++p)
-        for (unsigned j = 0; j < 8; ++j)
-          out[(size_t(b) * kH * kW + p) * 8 + j] = d[(size_t(b) * kH * kW + p) * 8 + j] * s[b * 8 + j];
-  });
-  Add("channel_mul_c8", "avx", 2.0 * kBytes, [] {
-    static std::vector<float> out(kN);
-    fn::broadcast_mul_c8hw8_avx_f32_m1(B().data(), A().data(), kC / 8, kH * kW, out.data());
-  });
-  Add("channel_mul_c4", "scalar", 2.0 * kBytes, [] {
-    static std::vector<float> out(kN);
-    const float* s = B().data();
-    const float* d = A().data();
-    for (unsigned b = 0; b < kC / 4; ++b)
-      for (unsigned p = 0; p < kH * kW; ++p)
-        for (unsigned j = 0; j < 4; ++j)
-          out[(size_t(b) * kH * kW + p) * 4 + j] = d[(size_t(b) * kH * kW + p) * 4 + j] * s[b * 4 + j];
-  });
-  Add("channel_mul_c4", "avx", 2.0 * kBytes, [] {
-    static std::vector<float> out(kN);
-    fn::broadcast_mul_c4hw4_avx_f32_m1(B().data(), A().data(), kC / 4, kH * kW, out.data());
-  });
+  using ChannelMulFn = void (*)(const float*, const float*, std::uint32_t, std::uint32_t, float*);
+  const std::vector<std::tuple<unsigned, void (*)(), ChannelMulFn>> channel_muls = {
+      {8, ScalarChannelMul<8>, fn::broadcast_mul_c8hw8_avx_f32_m1},
+      {4, ScalarChannelMul<4>, fn::broadcast_mul_c4hw4_avx_f32_m1}};
+  for (const auto& [lanes, scalar, avx] : channel_muls) {
+    const std::string group = "channel_mul_c" + std::to_string(lanes);
+    Add(group, "scalar", 2.0 * kBytes, scalar);
+    Add(group, "avx", 2.0 * kBytes, [blocks = kC / lanes, f = avx] {
+      static std::vector<float> out(kN);
+      f(B().data(), A().data(), blocks, kH * kW, out.data());
+    });
+  }
 
   // Layout transforms over device tensors; the scalar form is the plain mapping.
   static auto ctx = bench::MakeContext();

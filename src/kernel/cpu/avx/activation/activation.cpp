@@ -1,11 +1,10 @@
 // AVX activations: 64 elements per step, then up to three 16-element steps,
 // up to three 4-element steps and a scalar tail of count & 3.
-#include "kernel/cpu/avx/activation/activation.h"
-
 #include <immintrin.h>
 
 #include <cmath>
 
+#include "kernel/cpu/fallback/activation/activation_rules.h"
 #include "tarn/kernel/activation.h"
 
 namespace tarn {
@@ -83,18 +82,15 @@ inline __m256 SigmoidPolynomial8(__m256 x) {
 }  // namespace
 
 void relu_avx_f32_m1(const float* src, const std::uint32_t& count, float* dst) {
-  Map64(src, count, dst, Relu8, Relu4, [](float x) { return x <= 0.0f ? 0.0f : x; });
+  Map64(src, count, dst, Relu8, Relu4, rules::Relu);
 }
 
 void relu6_avx_f32_m1(const float* src, const std::uint32_t& count, float* dst) {
-  Map64(src, count, dst, Relu6_8, Relu6_4, [](float x) { return x < 0.0f ? 0.0f : (x > 6.0f ? 6.0f : x); });
+  Map64(src, count, dst, Relu6_8, Relu6_4, rules::Relu6);
 }
 
 void hswish_avx_f32_m1(const float* src, const std::uint32_t& count, float* dst) {
-  Map64(src, count, dst, HSwish8, HSwish4, [](float x) {
-    const float t = x + 3.0f;
-    return !(t > 0.0f) ? x * 0.0f : (6.0f > t ? x * (t * 0.16666667f) : x);
-  });
+  Map64(src, count, dst, HSwish8, HSwish4, rules::HSwish);
 }
 
 void leaky_avx_f32_m1(const float* src, const std::uint32_t& count, const float& alpha, float* dst) {
@@ -111,7 +107,7 @@ void leaky_avx_f32_m1(const float* src, const std::uint32_t& count, const float&
         const __m128 zero = _mm_setzero_ps();
         return _mm_fmadd_ps(_mm_min_ps(zero, x), va4, _mm_max_ps(zero, x));
       },
-      [a](float x) { return 0.0f > x ? x * a : x; });
+      [a](float x) { return rules::Leaky(x, a); });
 }
 
 void prelu_avx_f32_m1(float* data, const std::uint32_t& count, const float& slope) {
@@ -124,7 +120,7 @@ void prelu_avx_f32_m1(float* data, const std::uint32_t& count, const float& slop
         return _mm256_blendv_ps(x, _mm256_mul_ps(x, vs8), _mm256_cmp_ps(x, _mm256_setzero_ps(), _CMP_LT_OQ));
       },
       [vs4](__m128 x) { return _mm_blendv_ps(x, _mm_mul_ps(x, vs4), _mm_cmplt_ps(x, _mm_setzero_ps())); },
-      [s](float x) { return 0.0f > x ? x * s : x; });
+      [s](float x) { return rules::Leaky(x, s); });
 }
 
 void sigmoid_avx_f32_m1(const float* src, const std::uint32_t& count, float* dst) {
@@ -142,38 +138,5 @@ void PReLU_AVX_F32_M1(const std::shared_ptr<runtime::Tensor>& tensor, float slop
 }
 
 }  // namespace functional
-
-#define TRN_ACTIVATION_FORWARD(cls, fn)                                                                                \
-  bool cls::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,                                       \
-                    std::vector<std::shared_ptr<runtime::Tensor>>& outputs, std::shared_ptr<runtime::Context> context) \
-      const {                                                                                                          \
-    return ForwardOutOfPlace(fn, inputs, outputs, context);                                                            \
-  }
-
-TRN_ACTIVATION_FORWARD(ReLU_AVX_Float_M1, functional::relu_avx_f32_m1)
-TRN_ACTIVATION_FORWARD(ReLU6_AVX_Float_M1, functional::relu6_avx_f32_m1)
-TRN_ACTIVATION_FORWARD(Sigmoid_AVX_Float_M1, functional::sigmoid_avx_f32_m1)
-TRN_ACTIVATION_FORWARD(HSwish_AVX_Float_M1, functional::hswish_avx_f32_m1)
-
-bool Leaky_AVX_Float_M1::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
-                                 std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
-                                 std::shared_ptr<runtime::Context> context) const {
-  if (inputs.empty() || !inputs[0] || !context || !context->cpu) return false;
-  auto out = context->cpu->CreateTensor(inputs[0]->shape, nullptr);
-  functional::leaky_avx_f32_m1(static_cast<const float*>(inputs[0]->Data()),
-                               functional::ActivationElementCount(inputs[0]->shape), alpha, out->DataAs<float>());
-  outputs.assign(1, out);
-  return true;
-}
-
-bool PReLU_AVX_Float_M1::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
-                                 std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
-                                 std::shared_ptr<runtime::Context>) const {
-  if (inputs.empty() || !inputs[0]) return false;
-  functional::PReLU_AVX_F32_M1(inputs[0], slope);
-  outputs = inputs;
-  return true;
-}
-
 }  // namespace kernel
 }  // namespace tarn

@@ -1,7 +1,5 @@
 // The scale vector of a block is loaded once and multiplied into 4 pixel
 // vectors per step, then into up to 3 single ones.
-#include "kernel/cpu/avx/broadcast/broadcast.h"
-
 #include <immintrin.h>
 
 #include "tarn/kernel/broadcast.h"
@@ -47,18 +45,5 @@ void broadcast_mul_c8hw8_avx_f32_m1(const float* scale, const float* data, std::
 }
 
 }  // namespace functional
-
-bool BroadcastOperator_C4114_Mul_C4HW4_AVX_Float_M1::Forward(
-    const std::vector<std::shared_ptr<runtime::Tensor>>& inputs, std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
-    std::shared_ptr<runtime::Context> context) const {
-  return ForwardMul(functional::broadcast_mul_c4hw4_avx_f32_m1, inputs, outputs, context);
-}
-
-bool BroadcastOperator_C8118_Mul_C8HW8_AVX_Float_M1::Forward(
-    const std::vector<std::shared_ptr<runtime::Tensor>>& inputs, std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
-    std::shared_ptr<runtime::Context> context) const {
-  return ForwardMul(functional::broadcast_mul_c8hw8_avx_f32_m1, inputs, outputs, context);
-}
-
 }  // namespace kernel
 }  // namespace tarn

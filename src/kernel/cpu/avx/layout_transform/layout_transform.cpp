@@ -1,32 +1,15 @@
 // AVX layout transforms between CHW and C8HW8. A 256-bit register holds either
 // one pixel's 8 channels or, as two 128-bit halves, 4 pixels of channels j and
 // j + 4; a 4x4 transpose inside each half converts one into the other.
-#include "kernel/cpu/avx/layout_transform/layout_transform.h"
+#include "kernel/cpu/fallback/layout_transform/layout_transform.h"
 
 #include <immintrin.h>
-
-#include <cstring>
-
-#include "tarn/kernel/layout_transform.h"
-#include "tarn/utility/log.h"
 
 namespace tarn {
 namespace kernel {
 namespace functional {
 
 namespace {
-
-inline void Copy1(const float* src, float* dst) { std::memcpy(dst, src, sizeof(float)); }
-
-std::uint32_t CheckC8(const TensorCPUPtr& chw, const TensorCPUPtr& blocked) {
-  const std::uint32_t pixels = LayoutPlaneFloats(chw->shape);
-  (void)LayoutPlaneFloats(blocked->shape);
-  const auto& c = chw->shape.dims;
-  const auto& b = blocked->shape.dims;
-  TARN_NATIVE_ASSERT(c.size() == 3 && b.size() == 4 && b[3] == 8);
-  TARN_NATIVE_ASSERT(std::uint64_t(b[0]) * 8 == c[0] && b[1] == c[1] && b[2] == c[2]);
-  return pixels;
-}
 
 // 4x4 transpose within each 128-bit half.
 inline void Transpose4x4Halves(__m256& r0, __m256& r1, __m256& r2, __m256& r3) {
@@ -41,13 +24,7 @@ inline void Transpose4x4Halves(__m256& r0, __m256& r1, __m256& r2, __m256& r3) {
 }  // namespace
 
 void LayoutTransform_MainMemory_CHW_Float_To_C8HW8_AVX_M1(const TensorCPUPtr& input, const TensorCPUPtr& output) {
-  const std::uint32_t pixels = CheckC8(input, output);
-  const std::uint32_t blocks = output->shape.dims[0];
-  for (std::uint32_t b = 0; b < blocks; ++b) {
-    const float* pl[8];
-    pl[0] = static_cast<const float*>(input->Locate3D(8 * b, 0, 0));
-    for (int j = 1; j < 8; ++j) pl[j] = pl[j - 1] + pixels;
-    float* d = static_cast<float*>(output->Locate4D(b, 0, 0, 0));
+  CHWToBlocked(input, output, 8, [](float* const* pl, float* d, std::uint32_t pixels) {
     std::uint32_t p = 0;
     for (; p + 4 <= pixels; p += 4, d += 32) {
       // Half-pairs (channel j | channel j + 4) of 4 pixels become pixel vectors.
@@ -61,20 +38,12 @@ void LayoutTransform_MainMemory_CHW_Float_To_C8HW8_AVX_M1(const TensorCPUPtr& in
       _mm256_storeu_ps(d + 16, r2);
       _mm256_storeu_ps(d + 24, r3);
     }
-    for (; p < pixels; ++p, d += 8) {
-      for (int j = 0; j < 8; ++j) Copy1(pl[j] + p, d + j);
-    }
-  }
+    return p;
+  });
 }
 
 void LayoutTransform_MainMemory_C8HW8_Float_To_CHW_AVX_M1(const TensorCPUPtr& input, const TensorCPUPtr& output) {
-  const std::uint32_t pixels = CheckC8(output, input);
-  const std::uint32_t blocks = input->shape.dims[0];
-  for (std::uint32_t b = 0; b < blocks; ++b) {
-    const float* s = static_cast<const float*>(input->Locate4D(b, 0, 0, 0));
-    float* q[8];
-    q[0] = static_cast<float*>(output->Locate3D(8 * b, 0, 0));
-    for (int j = 1; j < 8; ++j) q[j] = q[j - 1] + pixels;
+  BlockedToCHW(input, output, 8, [](float* const* q, const float* s, std::uint32_t pixels) {
     std::uint32_t p = 0;
     for (; p + 4 <= pixels; p += 4, s += 32) {
       __m256 r0 = _mm256_loadu_ps(s), r1 = _mm256_loadu_ps(s + 8);
@@ -89,20 +58,12 @@ void LayoutTransform_MainMemory_C8HW8_Float_To_CHW_AVX_M1(const TensorCPUPtr& in
       _mm_storeu_ps(q[3] + p, _mm256_castps256_ps128(r3));
       _mm_storeu_ps(q[7] + p, _mm256_extractf128_ps(r3, 1));
     }
-    for (; p < pixels; ++p, s += 8) {
-      for (int j = 0; j < 8; ++j) Copy1(s + j, q[j] + p);
-    }
-  }
+    return p;
+  });
 }
 
 void LayoutTransform_MainMemory_C8HW8_Float_To_CHW_AVX_M2(const TensorCPUPtr& input, const TensorCPUPtr& output) {
-  const std::uint32_t pixels = CheckC8(output, input);
-  const std::uint32_t blocks = input->shape.dims[0];
-  for (std::uint32_t b = 0; b < blocks; ++b) {
-    const float* s = static_cast<const float*>(input->Locate4D(b, 0, 0, 0));
-    float* q[8];
-    q[0] = static_cast<float*>(output->Locate3D(8 * b, 0, 0));
-    for (int j = 1; j < 8; ++j) q[j] = q[j - 1] + pixels;
+  BlockedToCHW(input, output, 8, [](float* const* q, const float* s, std::uint32_t pixels) {
     std::uint32_t p = 0;
     for (; p + 8 <= pixels; p += 8, s += 64) {
       // Pixels 0-3 and 4-7 each give (channel j | j + 4) halves; pairing the
@@ -122,24 +83,10 @@ void LayoutTransform_MainMemory_C8HW8_Float_To_CHW_AVX_M2(const TensorCPUPtr& in
       _mm256_storeu_ps(q[3] + p, _mm256_permute2f128_ps(a3, b3, 0x20));
       _mm256_storeu_ps(q[7] + p, _mm256_permute2f128_ps(a3, b3, 0x31));
     }
-    for (; p < pixels; ++p, s += 8) {
-      for (int j = 0; j < 8; ++j) Copy1(s + j, q[j] + p);
-    }
-  }
+    return p;
+  });
 }
 
 }  // namespace functional
-
-#define TRN_LAYOUT_TRANSFORM_FORWARD(cls)                                                                              \
-  bool cls::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,                                       \
-                    std::vector<std::shared_ptr<runtime::Tensor>>& outputs, std::shared_ptr<runtime::Context> context) \
-      const {                                                                                                          \
-    return ForwardTransform(functional::cls, inputs, outputs, context);                                                \
-  }
-
-TRN_LAYOUT_TRANSFORM_FORWARD(LayoutTransform_MainMemory_CHW_Float_To_C8HW8_AVX_M1)
-TRN_LAYOUT_TRANSFORM_FORWARD(LayoutTransform_MainMemory_C8HW8_Float_To_CHW_AVX_M1)
-TRN_LAYOUT_TRANSFORM_FORWARD(LayoutTransform_MainMemory_C8HW8_Float_To_CHW_AVX_M2)
-
 }  // namespace kernel
 }  // namespace tarn

@@ -5,49 +5,21 @@
 #include <cstring>
 
 #include "kernel/cpu/avx/activation/activation.h"
+#include "kernel/cpu/fallback/activation/activation_rules.h"
+#include "kernel/cpu/fallback/elementwise/elementwise_steps.h"
 #include "kernel/cpu/sse/activation/activation.h"
-#include "tarn/kernel/activation.h"
 #include "tarn/utility/log.h"
 
 namespace tarn {
 namespace kernel {
 namespace functional {
 
-namespace {
+void relu_f32(const float* src, const std::uint32_t& count, float* dst) { Portable8(count, dst, rules::Relu, src); }
 
-// True when [a, a + 8) and [b, b + 8) do not overlap, so an 8-element step may
-// read ahead of what it writes.
-inline bool Apart8(const float* a, const float* b) {
-  const std::uintptr_t x = reinterpret_cast<std::uintptr_t>(a), y = reinterpret_cast<std::uintptr_t>(b);
-  return (x > y ? x - y : y - x) >= 8 * sizeof(float);
-}
-
-// Runs op over count elements: 8 per step when src and dst are apart, else a
-// plain loop (in-place calls end up here).
-template <typename Op>
-inline void Map8(const float* src, std::uint32_t count, float* dst, Op op) {
-  std::uint32_t i = 0;
-  if (count >= 8 && Apart8(src, dst)) {
-    for (; i + 8 <= count; i += 8) {
-      float v[8];
-      for (int k = 0; k < 8; ++k) v[k] = op(src[i + k]);
-      for (int k = 0; k < 8; ++k) dst[i + k] = v[k];
-    }
-  }
-  for (; i < count; ++i) dst[i] = op(src[i]);
-}
-
-inline float Relu(float x) { return x <= 0.0f ? 0.0f : x; }
-inline float Relu6(float x) { return x < 0.0f ? 0.0f : (x > 6.0f ? 6.0f : x); }
-
-}  // namespace
-
-void relu_f32(const float* src, const std::uint32_t& count, float* dst) { Map8(src, count, dst, Relu); }
-
-void relu6_f32(const float* src, const std::uint32_t& count, float* dst) { Map8(src, count, dst, Relu6); }
+void relu6_f32(const float* src, const std::uint32_t& count, float* dst) { Portable8(count, dst, rules::Relu6, src); }
 
 void sigmoid_f32(const float* src, const std::uint32_t& count, float* dst) {
-  for (std::uint32_t i = 0; i < count; ++i) dst[i] = 1.0f / (std::exp(0.0f - src[i]) + 1.0f);
+  for (std::uint32_t i = 0; i < count; ++i) dst[i] = rules::Sigmoid(src[i]);
 }
 
 void tanh_f32(const float* src, const std::uint32_t& count, float* dst) {
@@ -55,38 +27,27 @@ void tanh_f32(const float* src, const std::uint32_t& count, float* dst) {
 }
 
 void hsigmoid_f32(const float* src, const std::uint32_t& count, float* dst) {
-  for (std::uint32_t i = 0; i < count; ++i) {
-    const float t = src[i] + 3.0f;
-    dst[i] = t > 0.0f ? (6.0f > t ? t * 0.16666667f : 1.0f) : 0.0f;
-  }
+  for (std::uint32_t i = 0; i < count; ++i) dst[i] = rules::HSigmoid(src[i]);
 }
 
 void hswish_f32(const float* src, const std::uint32_t& count, float* dst) {
-  for (std::uint32_t i = 0; i < count; ++i) {
-    const float x = src[i];
-    const float t = x + 3.0f;
-    dst[i] = !(t > 0.0f) ? x * 0.0f : (6.0f > t ? x * (t * 0.16666667f) : x);
-  }
+  for (std::uint32_t i = 0; i < count; ++i) dst[i] = rules::HSwish(src[i]);
 }
 
 void leaky_f32(const float* src, const std::uint32_t& count, const float& alpha, float* dst) {
   const float a = alpha;
-  for (std::uint32_t i = 0; i < count; ++i) {
-    const float x = src[i];
-    dst[i] = 0.0f > x ? x * a : x;
-  }
+  for (std::uint32_t i = 0; i < count; ++i) dst[i] = rules::Leaky(src[i], a);
 }
 
 void linear_f32(const float* src, const std::uint32_t& count, const float& alpha, const float& beta, float* dst) {
   const float a = alpha, b = beta;
-  Map8(src, count, dst, [a, b](float x) { return std::fma(x, a, b); });
+  const auto fma = [a, b](float x) { return std::fma(x, a, b); };
+  Portable8(count, dst, fma, src);
 }
 
 void prelu_f32(float* data, const std::uint32_t& count, const float& slope) {
   const float s = slope;
-  for (std::uint32_t i = 0; i < count; ++i) {
-    if (0.0f > data[i]) data[i] = data[i] * s;
-  }
+  for (std::uint32_t i = 0; i < count; ++i) data[i] = rules::Leaky(data[i], s);
 }
 
 std::uint32_t ActivationElementCount(const runtime::TensorShape& shape) {
@@ -168,25 +129,27 @@ std::int32_t ActivationKernelBase::IsValidInput(const std::vector<std::shared_pt
   return kValid;
 }
 
-bool ActivationKernelBase::ForwardOutOfPlace(ElementFn fn, const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
-                                             std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
-                                             const std::shared_ptr<runtime::Context>& context) const {
-  if (inputs.empty() || !inputs[0] || !context || !context->cpu) return false;
-  const auto& in = inputs[0];
-  auto out = context->cpu->CreateTensor(in->shape, nullptr);
-  const std::uint32_t count = functional::ActivationElementCount(in->shape);
-  fn(static_cast<const float*>(in->Data()), count, out->DataAs<float>());
-  outputs.assign(1, out);
-  return true;
+std::shared_ptr<runtime::TensorCPU> ActivationKernelBase::CreateOutput(
+    const std::vector<std::shared_ptr<runtime::Tensor>>& inputs, const std::shared_ptr<runtime::Context>& context) {
+  if (inputs.empty() || !inputs[0] || !context || !context->cpu) return nullptr;
+  return context->cpu->CreateTensor(inputs[0]->shape, nullptr);
 }
 
-bool ActivationKernelBase::ForwardInPlace(ElementFn fn, const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
-                                          std::vector<std::shared_ptr<runtime::Tensor>>& outputs) const {
-  if (inputs.empty() || !inputs[0]) return false;
-  float* p = static_cast<float*>(inputs[0]->Data());
-  const std::uint32_t count = functional::ActivationElementCount(inputs[0]->shape);
-  fn(p, count, p);
-  outputs = inputs;
+bool ActivationKernelBase::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+                                   std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
+                                   std::shared_ptr<runtime::Context> context) const {
+  if (in_place_) {
+    if (inputs.empty() || !inputs[0]) return false;
+    float* p = static_cast<float*>(inputs[0]->Data());
+    fn_(p, functional::ActivationElementCount(inputs[0]->shape), p);
+    outputs = inputs;
+    return true;
+  }
+  auto out = CreateOutput(inputs, context);
+  if (!out) return false;
+  fn_(static_cast<const float*>(inputs[0]->Data()), functional::ActivationElementCount(inputs[0]->shape),
+      out->DataAs<float>());
+  outputs.assign(1, out);
   return true;
 }
 
@@ -203,6 +166,15 @@ bool PReLUKernelBase::Config(std::shared_ptr<runtime::LayerInfo> layer, std::sha
   return true;
 }
 
+bool PReLUKernelBase::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+                              std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
+                              std::shared_ptr<runtime::Context>) const {
+  if (inputs.empty() || !inputs[0]) return false;
+  prelu_(inputs[0], slope);
+  outputs = inputs;
+  return true;
+}
+
 bool LeakyKernelBase::Config(std::shared_ptr<runtime::LayerInfo> layer, std::shared_ptr<runtime::InferenceParam> param,
                              std::shared_ptr<runtime::Context>) {
   configured_ = false;
@@ -210,6 +182,17 @@ bool LeakyKernelBase::Config(std::shared_ptr<runtime::LayerInfo> layer, std::sha
   if (!info) return false;
   alpha = static_cast<float>(info->activation_alpha);
   configured_ = true;
+  return true;
+}
+
+bool LeakyKernelBase::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+                              std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
+                              std::shared_ptr<runtime::Context> context) const {
+  auto out = CreateOutput(inputs, context);
+  if (!out) return false;
+  leaky_(static_cast<const float*>(inputs[0]->Data()), functional::ActivationElementCount(inputs[0]->shape), alpha,
+         out->DataAs<float>());
+  outputs.assign(1, out);
   return true;
 }
 
@@ -225,70 +208,11 @@ bool Linear_Fallback_Float_M1::Config(std::shared_ptr<runtime::LayerInfo> layer,
   return true;
 }
 
-// ---------------------------------------------------------------------------
-// Portable kernels.
-
-bool ReLU_Fallback_Float_M1::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
-                                     std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
-                                     std::shared_ptr<runtime::Context> context) const {
-  return ForwardOutOfPlace(functional::relu_f32, inputs, outputs, context);
-}
-
-bool ReLU6_Fallback_Float_M1::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
-                                      std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
-                                      std::shared_ptr<runtime::Context> context) const {
-  return ForwardOutOfPlace(functional::relu6_f32, inputs, outputs, context);
-}
-
-bool Sigmoid_Fallback_Float_M1::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
-                                        std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
-                                        std::shared_ptr<runtime::Context> context) const {
-  return ForwardOutOfPlace(functional::sigmoid_f32, inputs, outputs, context);
-}
-
-bool TanH_Fallback_Float_M1::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
-                                     std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
-                                     std::shared_ptr<runtime::Context> context) const {
-  return ForwardOutOfPlace(functional::tanh_f32, inputs, outputs, context);
-}
-
-bool HSigmoid_Fallback_Float_M1::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
-                                         std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
-                                         std::shared_ptr<runtime::Context> context) const {
-  return ForwardOutOfPlace(functional::hsigmoid_f32, inputs, outputs, context);
-}
-
-bool HSwish_Fallback_Float_M1::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
-                                       std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
-                                       std::shared_ptr<runtime::Context> context) const {
-  return ForwardOutOfPlace(functional::hswish_f32, inputs, outputs, context);
-}
-
-bool Leaky_Fallback_Float_M1::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
-                                      std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
-                                      std::shared_ptr<runtime::Context> context) const {
-  if (inputs.empty() || !inputs[0] || !context || !context->cpu) return false;
-  auto out = context->cpu->CreateTensor(inputs[0]->shape, nullptr);
-  functional::leaky_f32(static_cast<const float*>(inputs[0]->Data()),
-                        functional::ActivationElementCount(inputs[0]->shape), alpha, out->DataAs<float>());
-  outputs.assign(1, out);
-  return true;
-}
-
-bool PReLU_Fallback_Float_M1::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
-                                      std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
-                                      std::shared_ptr<runtime::Context>) const {
-  if (inputs.empty() || !inputs[0]) return false;
-  functional::PReLU_F32(inputs[0], slope);
-  outputs = inputs;
-  return true;
-}
-
 bool Linear_Fallback_Float_M1::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                                        std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                                        std::shared_ptr<runtime::Context> context) const {
-  if (inputs.empty() || !inputs[0] || !context || !context->cpu) return false;
-  auto out = context->cpu->CreateTensor(inputs[0]->shape, nullptr);
+  auto out = CreateOutput(inputs, context);
+  if (!out) return false;
   functional::linear_f32(static_cast<const float*>(inputs[0]->Data()),
                          functional::ActivationElementCount(inputs[0]->shape), params->alpha, params->beta,
                          out->DataAs<float>());

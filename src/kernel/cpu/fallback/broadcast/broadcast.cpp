@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "kernel/cpu/avx/broadcast/broadcast.h"
-#include "tarn/kernel/broadcast.h"
 #include "tarn/kernel/elementwise.h"
 
 namespace tarn {
@@ -95,15 +94,16 @@ void BroadcastOperator_F32(const float* a, const std::vector<unsigned>& a_dims, 
 
 // ---------------------------------------------------------------------------
 
-std::int32_t BroadcastOperator_Fallback_Float_M1::IsValidParam(std::shared_ptr<runtime::LayerInfo> layer,
-                                                               std::shared_ptr<runtime::InferenceParam> param) const {
+std::int32_t BroadcastKernelBase::IsValidParam(std::shared_ptr<runtime::LayerInfo> layer,
+                                               std::shared_ptr<runtime::InferenceParam> param) const {
   if (param) return kInvalidParam;
-  return std::dynamic_pointer_cast<runtime::BroadcastOperatorInfo>(layer) ? kValid : kInvalidParam;
+  auto rec = std::dynamic_pointer_cast<runtime::BroadcastOperatorInfo>(layer);
+  if (!rec) return kInvalidParam;
+  return only_code_ < 0 || rec->op_type == only_code_ ? kValid : kInvalidParam;
 }
 
-bool BroadcastOperator_Fallback_Float_M1::Config(std::shared_ptr<runtime::LayerInfo> layer,
-                                                 std::shared_ptr<runtime::InferenceParam> param,
-                                                 std::shared_ptr<runtime::Context>) {
+bool BroadcastKernelBase::Config(std::shared_ptr<runtime::LayerInfo> layer,
+                                 std::shared_ptr<runtime::InferenceParam> param, std::shared_ptr<runtime::Context>) {
   configured_ = false;
   if (IsValidParam(layer, param) != kValid) return false;
   info = std::static_pointer_cast<runtime::BroadcastOperatorInfo>(layer);
@@ -150,23 +150,8 @@ bool BroadcastOperator_Fallback_Float_M1::Forward(const std::vector<std::shared_
 
 // ---------------------------------------------------------------------------
 
-std::int32_t BroadcastChannelMulBase::IsValidParam(std::shared_ptr<runtime::LayerInfo> layer,
-                                                   std::shared_ptr<runtime::InferenceParam> param) const {
-  if (param) return kInvalidParam;
-  auto rec = std::dynamic_pointer_cast<runtime::BroadcastOperatorInfo>(layer);
-  if (!rec) return kInvalidParam;
-  return rec->op_type == runtime::ELEMENTWISE_MUL ? kValid : kInvalidParam;
-}
-
-bool BroadcastChannelMulBase::Config(std::shared_ptr<runtime::LayerInfo> layer,
-                                     std::shared_ptr<runtime::InferenceParam> param,
-                                     std::shared_ptr<runtime::Context>) {
-  configured_ = false;
-  if (IsValidParam(layer, param) != kValid) return false;
-  info = std::static_pointer_cast<runtime::BroadcastOperatorInfo>(layer);
-  configured_ = true;
-  return true;
-}
+BroadcastChannelMulBase::BroadcastChannelMulBase(unsigned lanes, runtime::TensorShape::Layout layout, MulFn fn)
+    : BroadcastKernelBase(runtime::ELEMENTWISE_MUL), lanes_(lanes), layout_(layout), fn_(fn) {}
 
 size_t BroadcastChannelMulBase::ScaleIndex(const std::vector<runtime::TensorShape>& shapes) {
   const auto& d = shapes[0].dims;
@@ -201,16 +186,16 @@ std::int32_t BroadcastChannelMulBase::IsValidInput(const std::vector<std::shared
   return kValid;
 }
 
-bool BroadcastChannelMulBase::ForwardMul(MulFn fn, const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
-                                         std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
-                                         const std::shared_ptr<runtime::Context>& context) const {
+bool BroadcastChannelMulBase::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+                                      std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
+                                      std::shared_ptr<runtime::Context> context) const {
   if (inputs.size() < 2 || !context || !context->cpu) return false;
   const size_t s = ScaleIndex({inputs[0]->shape, inputs[1]->shape});
   const auto& data = inputs[1 - s];
   auto out = context->cpu->CreateTensor(data->shape, nullptr);
   const auto& d = out->shape.dims;
-  fn(static_cast<const float*>(inputs[s]->Data()), static_cast<const float*>(data->Data()), d[0], d[1] * d[2],
-     out->DataAs<float>());
+  fn_(static_cast<const float*>(inputs[s]->Data()), static_cast<const float*>(data->Data()), d[0], d[1] * d[2],
+      out->DataAs<float>());
   outputs.assign(1, out);
   return true;
 }

@@ -1,8 +1,9 @@
 #include "kernel/cpu/fallback/layout_transform/layout_transform.h"
 
+#include <cstring>
+
 #include "kernel/cpu/avx/layout_transform/layout_transform.h"
 #include "kernel/cpu/sse/layout_transform/layout_transform.h"
-#include "tarn/kernel/layout_transform.h"
 #include "tarn/utility/log.h"
 
 namespace tarn {
@@ -86,17 +87,59 @@ std::int32_t LayoutTransformBase::IsValidOutput(const std::vector<std::shared_pt
   return kValid;
 }
 
-bool LayoutTransformBase::ForwardTransform(TransformFn fn, const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
-                                           std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
-                                           const std::shared_ptr<runtime::Context>& context) const {
+bool LayoutTransformBase::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+                                  std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
+                                  std::shared_ptr<runtime::Context> context) const {
   if (inputs.empty() || !context || !context->cpu) return false;
   auto in = std::dynamic_pointer_cast<runtime::TensorCPU>(inputs[0]);
   const auto shapes = GetOutputShapes({inputs[0]->shape});
   if (!in || shapes.empty()) return false;
   auto out = context->cpu->CreateTensor(shapes[0], nullptr);
-  fn(in, out);
+  fn_(in, out);
   outputs.assign(1, out);
   return true;
+}
+
+// ---------------------------------------------------------------------------
+
+LayoutBlocks CheckLayoutBlocks(const functional::TensorCPUPtr& chw, const functional::TensorCPUPtr& blocked,
+                               unsigned lanes) {
+  const std::uint32_t pixels = LayoutPlaneFloats(chw->shape);
+  (void)LayoutPlaneFloats(blocked->shape);
+  const auto& c = chw->shape.dims;
+  const auto& b = blocked->shape.dims;
+  TARN_NATIVE_ASSERT(c.size() == 3 && b.size() == 4 && b[3] == lanes);
+  TARN_NATIVE_ASSERT(std::uint64_t(b[0]) * lanes == c[0] && b[1] == c[1] && b[2] == c[2]);
+  return {b[0], pixels};
+}
+
+LayoutBlocks CheckC4C8Blocks(const functional::TensorCPUPtr& c4, const functional::TensorCPUPtr& c8) {
+  const std::uint32_t pixels = LayoutPlaneFloats(c4->shape) / 4;
+  (void)LayoutPlaneFloats(c8->shape);
+  const auto& a = c4->shape.dims;
+  const auto& b = c8->shape.dims;
+  TARN_NATIVE_ASSERT(a.size() == 4 && b.size() == 4 && a[3] == 4 && b[3] == 8);
+  TARN_NATIVE_ASSERT(std::uint64_t(b[0]) * 2 == a[0] && a[1] == b[1] && a[2] == b[2]);
+  return {b[0], pixels};
+}
+
+void BlockPlanes(const functional::TensorCPUPtr& chw, std::uint32_t block, unsigned lanes, std::uint32_t pixels,
+                 float** planes) {
+  planes[0] = static_cast<float*>(chw->Locate3D(lanes * block, 0, 0));
+  for (unsigned j = 1; j < lanes; ++j) planes[j] = planes[j - 1] + pixels;
+}
+
+// memcpy moves the bits as they are, signalling NaNs included.
+void PlanesToBlocked(float* const* planes, unsigned lanes, std::uint32_t from, std::uint32_t to, float* blocked) {
+  for (std::uint32_t p = from; p < to; ++p, blocked += lanes) {
+    for (unsigned j = 0; j < lanes; ++j) std::memcpy(blocked + j, planes[j] + p, sizeof(float));
+  }
+}
+
+void BlockedToPlanes(const float* blocked, unsigned lanes, std::uint32_t from, std::uint32_t to, float* const* planes) {
+  for (std::uint32_t p = from; p < to; ++p, blocked += lanes) {
+    for (unsigned j = 0; j < lanes; ++j) std::memcpy(planes[j] + p, blocked + j, sizeof(float));
+  }
 }
 
 // Baseline-compiled destructors (and so vtables and names) of every kernel

@@ -14,10 +14,6 @@ namespace kernel {
 
 namespace {
 
-// The most negative finite float: the border and starting value of max
-// pooling, so a window of padding alone yields it rather than -inf.
-constexpr float kMaxPoolFill = -3.4028235e38f;
-
 std::shared_ptr<runtime::TensorCPU> AsCPU(const std::shared_ptr<runtime::Tensor>& t) {
   return std::dynamic_pointer_cast<runtime::TensorCPU>(t);
 }
@@ -74,18 +70,84 @@ std::uint32_t PoolingPlaneFloats(const runtime::TensorShape& shape) {
 }
 
 // ---------------------------------------------------------------------------
+// Max and average: the window skeleton.
+
+namespace {
+
+// Non-zero kernel and stride and no negative padding: the window fields that
+// every pooling record has.
+template <typename Record>
+bool WindowRecordValid(const Record& r) {
+  if (r.kernel_x == 0 || r.kernel_y == 0 || r.stride_x == 0 || r.stride_y == 0) return false;
+  return r.padding_l >= 0 && r.padding_t >= 0 && r.padding_r >= 0 && r.padding_b >= 0;
+}
+
+template <typename Record>
+void TakeWindow(const Record& r, WindowPooling2DBase* k) {
+  k->kernel_x = r.kernel_x;
+  k->kernel_y = r.kernel_y;
+  k->padding_l = static_cast<std::uint16_t>(r.padding_l);
+  k->padding_t = static_cast<std::uint16_t>(r.padding_t);
+  k->padding_r = static_cast<std::uint16_t>(r.padding_r);
+  k->padding_b = static_cast<std::uint16_t>(r.padding_b);
+  k->stride_x = r.stride_x;
+  k->stride_y = r.stride_y;
+  k->ceil_mode = r.ceil_mode;
+}
+
+}  // namespace
+
+std::vector<runtime::TensorShape> WindowPooling2DBase::GetOutputShapes(
+    const std::vector<runtime::TensorShape>& inputs) const {
+  if (inputs.empty() || inputs[0].dims.size() != 3) return {};
+  const auto& d = inputs[0].dims;
+  std::uint32_t oh, ow;
+  if (!OutputExtent(false, d[1], &oh) || !OutputExtent(true, d[2], &ow)) return {};
+  return {WithDims(inputs[0], {d[0], oh, ow})};
+}
+
+std::int32_t WindowPooling2DBase::IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const {
+  if (!IsPlainCHW(inputs)) return kInvalidTensor;
+  const auto shapes = GetOutputShapes({inputs[0]->shape});
+  if (shapes.empty()) return kInvalidTensor;
+  const auto& d = inputs[0]->shape.dims;
+  const auto& o = shapes[0].dims;
+  if (!FitsU32(d[0], std::uint64_t(d[1]) + padding_t + padding_b, std::uint64_t(d[2]) + padding_l + padding_r) ||
+      !FitsU32(o[0], o[1], o[2])) {
+    return kInvalidTensor;
+  }
+  return kValid;
+}
+
+bool WindowPooling2DBase::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+                                  std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
+                                  std::shared_ptr<runtime::Context> context) const {
+  if (inputs.empty() || !context || !context->cpu) return false;
+  const auto shapes = GetOutputShapes({inputs[0]->shape});
+  auto in = AsCPU(inputs[0]);
+  if (shapes.empty() || !in) return false;
+  auto padded =
+      Padding_HW_MainMemory_CHW_Float_Fallback_M1(in, padding_l, padding_r, padding_t, padding_b, fill_, context->cpu);
+  auto out = context->cpu->CreateTensor(shapes[0], nullptr);
+  const std::uint32_t c = shapes[0].dims[0], oh = shapes[0].dims[1], ow = shapes[0].dims[2];
+  const std::uint32_t hp = padded->shape.dims[1], wp = padded->shape.dims[2];
+  for (std::uint32_t ch = 0; ch < c; ++ch) {
+    PoolPlane(padded->DataAs<float>() + static_cast<size_t>(ch) * hp * wp, hp, wp, oh, ow,
+              out->DataAs<float>() + static_cast<size_t>(ch) * oh * ow);
+  }
+  outputs.assign(1, out);
+  return true;
+}
+
+// ---------------------------------------------------------------------------
 // Max.
+
+Pooling2D_Max_Fallback_Float_M1::Pooling2D_Max_Fallback_Float_M1() : WindowPooling2DBase(kMaxPoolingFill) {}
 
 std::int32_t Pooling2D_Max_Fallback_Float_M1::IsValidParam(std::shared_ptr<runtime::LayerInfo> layer,
                                                            std::shared_ptr<runtime::InferenceParam>) const {
   auto r = std::dynamic_pointer_cast<runtime::MaxPool2dInfo>(layer);
-  if (!r) return kInvalidParam;
-  if (r->kernel_x == 0 || r->kernel_y == 0 || r->stride_x == 0 || r->stride_y == 0 || r->dilation_x == 0 ||
-      r->dilation_y == 0) {
-    return kInvalidParam;
-  }
-  if (r->padding_l < 0 || r->padding_t < 0 || r->padding_r < 0 || r->padding_b < 0) return kInvalidParam;
-  return kValid;
+  return r && WindowRecordValid(*r) && r->dilation_x != 0 && r->dilation_y != 0 ? kValid : kInvalidParam;
 }
 
 bool Pooling2D_Max_Fallback_Float_M1::Config(std::shared_ptr<runtime::LayerInfo> layer,
@@ -94,85 +156,39 @@ bool Pooling2D_Max_Fallback_Float_M1::Config(std::shared_ptr<runtime::LayerInfo>
   configured_ = false;
   if (IsValidParam(layer, param) != kValid) return false;
   auto r = std::static_pointer_cast<runtime::MaxPool2dInfo>(layer);
-  kernel_x = r->kernel_x;
-  kernel_y = r->kernel_y;
-  padding_l = static_cast<std::uint16_t>(r->padding_l);
-  padding_t = static_cast<std::uint16_t>(r->padding_t);
-  padding_r = static_cast<std::uint16_t>(r->padding_r);
-  padding_b = static_cast<std::uint16_t>(r->padding_b);
-  stride_x = r->stride_x;
-  stride_y = r->stride_y;
+  TakeWindow(*r, this);
   dilation_x = r->dilation_x;
   dilation_y = r->dilation_y;
-  ceil_mode = r->ceil_mode;
   configured_ = true;
   return true;
 }
 
-std::vector<runtime::TensorShape> Pooling2D_Max_Fallback_Float_M1::GetOutputShapes(
-    const std::vector<runtime::TensorShape>& inputs) const {
-  if (inputs.empty() || inputs[0].dims.size() != 3) return {};
-  const auto& d = inputs[0].dims;
-  std::uint32_t oh, ow;
-  if (!MaxPool2dOutputSize(d[1], padding_t + padding_b, kernel_y, stride_y, dilation_y, ceil_mode, &oh) ||
-      !MaxPool2dOutputSize(d[2], padding_l + padding_r, kernel_x, stride_x, dilation_x, ceil_mode, &ow)) {
-    return {};
-  }
-  return {WithDims(inputs[0], {d[0], oh, ow})};
+bool Pooling2D_Max_Fallback_Float_M1::OutputExtent(bool x, std::uint32_t in, std::uint32_t* out) const {
+  return x ? MaxPool2dOutputSize(in, padding_l + padding_r, kernel_x, stride_x, dilation_x, ceil_mode, out)
+           : MaxPool2dOutputSize(in, padding_t + padding_b, kernel_y, stride_y, dilation_y, ceil_mode, out);
 }
 
-std::int32_t Pooling2D_Max_Fallback_Float_M1::IsValidInput(
-    const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const {
-  if (!IsPlainCHW(inputs)) return kInvalidTensor;
-  const auto shapes = GetOutputShapes({inputs[0]->shape});
-  if (shapes.empty()) return kInvalidTensor;
-  const auto& d = inputs[0]->shape.dims;
-  const auto& o = shapes[0].dims;
-  if (!FitsU32(d[0], std::uint64_t(d[1]) + padding_t + padding_b, std::uint64_t(d[2]) + padding_l + padding_r) ||
-      !FitsU32(o[0], o[1], o[2])) {
-    return kInvalidTensor;
-  }
-  return kValid;
-}
-
-bool Pooling2D_Max_Fallback_Float_M1::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
-                                              std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
-                                              std::shared_ptr<runtime::Context> context) const {
-  if (inputs.empty() || !context || !context->cpu) return false;
-  const auto shapes = GetOutputShapes({inputs[0]->shape});
-  auto in = AsCPU(inputs[0]);
-  if (shapes.empty() || !in) return false;
-  auto padded = Padding_HW_MainMemory_CHW_Float_Fallback_M1(in, padding_l, padding_r, padding_t, padding_b,
-                                                            kMaxPoolFill, context->cpu);
-  auto out = context->cpu->CreateTensor(shapes[0], nullptr);
-  const std::uint32_t c = shapes[0].dims[0], oh = shapes[0].dims[1], ow = shapes[0].dims[2];
-  const std::uint32_t hp = padded->shape.dims[1], wp = padded->shape.dims[2];
-  const float* p = padded->DataAs<float>();
-  float* o = out->DataAs<float>();
-  for (std::uint32_t ch = 0; ch < c; ++ch) {
-    const float* plane = p + static_cast<size_t>(ch) * hp * wp;
-    for (std::uint32_t oy = 0; oy < oh; ++oy) {
-      for (std::uint32_t ox = 0; ox < ow; ++ox) {
-        float m = kMaxPoolFill;
-        for (std::uint32_t ky = 0; ky < kernel_y; ++ky) {
-          std::uint64_t r = std::uint64_t(stride_y) * oy + std::uint64_t(ky) * dilation_y;
-          if (r >= hp) r = hp - 1;
-          const float* row = plane + r * wp;
-          for (std::uint32_t kx = 0; kx < kernel_x; ++kx) {
-            std::uint64_t q = std::uint64_t(stride_x) * ox + std::uint64_t(kx) * dilation_x;
-            if (q >= wp) q = wp - 1;
-            const float v = row[q];
-            // The scalar maximum instruction with the running maximum second:
-            // a NaN input is skipped.
-            m = v > m ? v : m;
-          }
+void Pooling2D_Max_Fallback_Float_M1::PoolPlane(const float* plane, std::uint32_t hp, std::uint32_t wp,
+                                                std::uint32_t oh, std::uint32_t ow, float* o) const {
+  for (std::uint32_t oy = 0; oy < oh; ++oy) {
+    for (std::uint32_t ox = 0; ox < ow; ++ox) {
+      float m = kMaxPoolingFill;
+      for (std::uint32_t ky = 0; ky < kernel_y; ++ky) {
+        std::uint64_t r = std::uint64_t(stride_y) * oy + std::uint64_t(ky) * dilation_y;
+        if (r >= hp) r = hp - 1;
+        const float* row = plane + r * wp;
+        for (std::uint32_t kx = 0; kx < kernel_x; ++kx) {
+          std::uint64_t q = std::uint64_t(stride_x) * ox + std::uint64_t(kx) * dilation_x;
+          if (q >= wp) q = wp - 1;
+          const float v = row[q];
+          // The scalar maximum instruction with the running maximum second:
+          // a NaN input is skipped.
+          m = v > m ? v : m;
         }
-        *o++ = m;
       }
+      *o++ = m;
     }
   }
-  outputs.assign(1, out);
-  return true;
 }
 
 // ---------------------------------------------------------------------------
@@ -181,10 +197,7 @@ bool Pooling2D_Max_Fallback_Float_M1::Forward(const std::vector<std::shared_ptr<
 std::int32_t Pooling2D_Avg_Fallback_Float_M1::IsValidParam(std::shared_ptr<runtime::LayerInfo> layer,
                                                            std::shared_ptr<runtime::InferenceParam>) const {
   auto r = std::dynamic_pointer_cast<runtime::AvgPool2dInfo>(layer);
-  if (!r) return kInvalidParam;
-  if (r->kernel_x == 0 || r->kernel_y == 0 || r->stride_x == 0 || r->stride_y == 0) return kInvalidParam;
-  if (r->padding_l < 0 || r->padding_t < 0 || r->padding_r < 0 || r->padding_b < 0) return kInvalidParam;
-  return kValid;
+  return r && WindowRecordValid(*r) ? kValid : kInvalidParam;
 }
 
 bool Pooling2D_Avg_Fallback_Float_M1::Config(std::shared_ptr<runtime::LayerInfo> layer,
@@ -193,87 +206,41 @@ bool Pooling2D_Avg_Fallback_Float_M1::Config(std::shared_ptr<runtime::LayerInfo>
   configured_ = false;
   if (IsValidParam(layer, param) != kValid) return false;
   auto r = std::static_pointer_cast<runtime::AvgPool2dInfo>(layer);
-  kernel_x = r->kernel_x;
-  kernel_y = r->kernel_y;
-  padding_l = static_cast<std::uint16_t>(r->padding_l);
-  padding_t = static_cast<std::uint16_t>(r->padding_t);
-  padding_r = static_cast<std::uint16_t>(r->padding_r);
-  padding_b = static_cast<std::uint16_t>(r->padding_b);
-  stride_x = r->stride_x;
-  stride_y = r->stride_y;
-  ceil_mode = r->ceil_mode;
+  TakeWindow(*r, this);
   count_include_pad = r->count_include_pad;
   configured_ = true;
   return true;
 }
 
-std::vector<runtime::TensorShape> Pooling2D_Avg_Fallback_Float_M1::GetOutputShapes(
-    const std::vector<runtime::TensorShape>& inputs) const {
-  if (inputs.empty() || inputs[0].dims.size() != 3) return {};
-  const auto& d = inputs[0].dims;
-  std::uint32_t oh, ow;
-  // ceil_mode is deliberately not consulted: the size always rounds down.
-  if (!AvgPool2dOutputSize(d[1], padding_t + padding_b, kernel_y, stride_y, &oh) ||
-      !AvgPool2dOutputSize(d[2], padding_l + padding_r, kernel_x, stride_x, &ow)) {
-    return {};
-  }
-  return {WithDims(inputs[0], {d[0], oh, ow})};
+// ceil_mode is deliberately not consulted: the size always rounds down.
+bool Pooling2D_Avg_Fallback_Float_M1::OutputExtent(bool x, std::uint32_t in, std::uint32_t* out) const {
+  return x ? AvgPool2dOutputSize(in, padding_l + padding_r, kernel_x, stride_x, out)
+           : AvgPool2dOutputSize(in, padding_t + padding_b, kernel_y, stride_y, out);
 }
 
-std::int32_t Pooling2D_Avg_Fallback_Float_M1::IsValidInput(
-    const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const {
-  if (!IsPlainCHW(inputs)) return kInvalidTensor;
-  const auto shapes = GetOutputShapes({inputs[0]->shape});
-  if (shapes.empty()) return kInvalidTensor;
-  const auto& d = inputs[0]->shape.dims;
-  const auto& o = shapes[0].dims;
-  if (!FitsU32(d[0], std::uint64_t(d[1]) + padding_t + padding_b, std::uint64_t(d[2]) + padding_l + padding_r) ||
-      !FitsU32(o[0], o[1], o[2])) {
-    return kInvalidTensor;
-  }
-  return kValid;
-}
-
-bool Pooling2D_Avg_Fallback_Float_M1::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
-                                              std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
-                                              std::shared_ptr<runtime::Context> context) const {
-  if (inputs.empty() || !context || !context->cpu) return false;
-  const auto shapes = GetOutputShapes({inputs[0]->shape});
-  auto in = AsCPU(inputs[0]);
-  if (shapes.empty() || !in) return false;
-  auto padded =
-      Padding_HW_MainMemory_CHW_Float_Fallback_M1(in, padding_l, padding_r, padding_t, padding_b, 0.0f, context->cpu);
-  auto out = context->cpu->CreateTensor(shapes[0], nullptr);
-  const std::uint32_t c = shapes[0].dims[0], oh = shapes[0].dims[1], ow = shapes[0].dims[2];
-  const std::uint32_t hp = padded->shape.dims[1], wp = padded->shape.dims[2];
-  const float* p = padded->DataAs<float>();
-  float* o = out->DataAs<float>();
+void Pooling2D_Avg_Fallback_Float_M1::PoolPlane(const float* plane, std::uint32_t hp, std::uint32_t wp,
+                                                std::uint32_t oh, std::uint32_t ow, float* o) const {
   const float window = static_cast<float>(std::uint32_t(kernel_x) * kernel_y);
-  for (std::uint32_t ch = 0; ch < c; ++ch) {
-    const float* plane = p + static_cast<size_t>(ch) * hp * wp;
-    for (std::uint32_t oy = 0; oy < oh; ++oy) {
-      for (std::uint32_t ox = 0; ox < ow; ++ox) {
-        float divisor = window;
-        float sum = 0.0f;
-        for (std::uint32_t ky = 0; ky < kernel_y; ++ky) {
-          const std::uint64_t r = std::uint64_t(stride_y) * oy + ky;
-          const float* row = plane + r * wp;
-          const bool row_pad = r < padding_t || r >= std::uint64_t(hp) - padding_b;
-          for (std::uint32_t kx = 0; kx < kernel_x; ++kx) {
-            const std::uint64_t q = std::uint64_t(stride_x) * ox + kx;
-            sum += row[q];
-            // Border positions still add their zeros; they only leave the count.
-            if (!count_include_pad && (row_pad || q < padding_l || q >= std::uint64_t(wp) - padding_r)) {
-              divisor -= 1.0f;
-            }
+  for (std::uint32_t oy = 0; oy < oh; ++oy) {
+    for (std::uint32_t ox = 0; ox < ow; ++ox) {
+      float divisor = window;
+      float sum = 0.0f;
+      for (std::uint32_t ky = 0; ky < kernel_y; ++ky) {
+        const std::uint64_t r = std::uint64_t(stride_y) * oy + ky;
+        const float* row = plane + r * wp;
+        const bool row_pad = r < padding_t || r >= std::uint64_t(hp) - padding_b;
+        for (std::uint32_t kx = 0; kx < kernel_x; ++kx) {
+          const std::uint64_t q = std::uint64_t(stride_x) * ox + kx;
+          sum += row[q];
+          // Border positions still add their zeros; they only leave the count.
+          if (!count_include_pad && (row_pad || q < padding_l || q >= std::uint64_t(wp) - padding_r)) {
+            divisor -= 1.0f;
           }
         }
-        *o++ = sum / divisor;
       }
+      *o++ = sum / divisor;
     }
   }
-  outputs.assign(1, out);
-  return true;
 }
 
 // ---------------------------------------------------------------------------
@@ -356,20 +323,21 @@ bool AdaptivePooling2D_Avg_Fallback_CHW_Float_M1::Forward(const std::vector<std:
 // ---------------------------------------------------------------------------
 // Fixed-size skeleton.
 
+namespace {
+
+template <typename Record>
+std::int32_t FixedWindowMatch(const std::shared_ptr<runtime::LayerInfo>& layer, std::uint16_t k, std::uint16_t s) {
+  auto r = std::dynamic_pointer_cast<Record>(layer);
+  if (!r) return kInvalidParam;
+  return r->kernel_x == k && r->kernel_y == k && r->stride_x == s && r->stride_y == s ? kValid : kInvalidParam;
+}
+
+}  // namespace
+
 std::int32_t FixedPooling2DBase::IsValidParam(std::shared_ptr<runtime::LayerInfo> layer,
                                               std::shared_ptr<runtime::InferenceParam>) const {
-  if (is_max_) {
-    auto r = std::dynamic_pointer_cast<runtime::MaxPool2dInfo>(layer);
-    if (!r) return kInvalidParam;
-    return r->kernel_x == kernel_ && r->kernel_y == kernel_ && r->stride_x == stride_ && r->stride_y == stride_
-               ? kValid
-               : kInvalidParam;
-  }
-  auto r = std::dynamic_pointer_cast<runtime::AvgPool2dInfo>(layer);
-  if (!r) return kInvalidParam;
-  return r->kernel_x == kernel_ && r->kernel_y == kernel_ && r->stride_x == stride_ && r->stride_y == stride_
-             ? kValid
-             : kInvalidParam;
+  return is_max_ ? FixedWindowMatch<runtime::MaxPool2dInfo>(layer, kernel_, stride_)
+                 : FixedWindowMatch<runtime::AvgPool2dInfo>(layer, kernel_, stride_);
 }
 
 bool FixedPooling2DBase::Config(std::shared_ptr<runtime::LayerInfo> layer,
@@ -403,17 +371,30 @@ std::int32_t FixedPooling2DBase::IsValidInput(const std::vector<std::shared_ptr<
   return kValid;
 }
 
-bool FixedPooling2DBase::ForwardPool(PoolFn fn, const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
-                                     std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
-                                     const std::shared_ptr<runtime::Context>& context) const {
+bool FixedPooling2DBase::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+                                 std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
+                                 std::shared_ptr<runtime::Context> context) const {
   if (inputs.empty() || !context || !context->cpu) return false;
   auto in = AsCPU(inputs[0]);
   const auto shapes = GetOutputShapes({inputs[0]->shape});
   if (!in || shapes.empty()) return false;
   auto out = context->cpu->CreateTensor(shapes[0], nullptr);
-  fn(in, out);
+  fn_(in, out);
   outputs.assign(1, out);
   return true;
+}
+
+FixedPoolingGeometry CheckFixedPooling(const functional::TensorCPUPtr& input, const functional::TensorCPUPtr& output,
+                                       unsigned lanes, unsigned k, unsigned s) {
+  const std::uint32_t in_plane = PoolingPlaneFloats(input->shape);
+  const std::uint32_t out_plane = PoolingPlaneFloats(output->shape);
+  const auto& id = input->shape.dims;
+  const auto& od = output->shape.dims;
+  const size_t rank = lanes == 1 ? 3 : 4;
+  TARN_NATIVE_ASSERT(id.size() == rank && od.size() == rank && id[0] == od[0]);
+  TARN_NATIVE_ASSERT(lanes == 1 || (id[3] == lanes && od[3] == lanes));
+  TARN_NATIVE_ASSERT(id[1] >= k && id[2] >= k && (id[1] - k) / s + 1 == od[1] && (id[2] - k) / s + 1 == od[2]);
+  return {id[0], in_plane, out_plane, id[2], od[1], od[2]};
 }
 
 // Baseline-compiled destructors (and so vtables and names) of every kernel

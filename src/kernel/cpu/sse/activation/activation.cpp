@@ -1,11 +1,10 @@
 // SSE activations: 16 elements per step (four 4-float vectors), unaligned
 // loads and stores, a scalar tail.
-#include "kernel/cpu/sse/activation/activation.h"
-
 #include <immintrin.h>
 
 #include <cmath>
 
+#include "kernel/cpu/fallback/activation/activation_rules.h"
 #include "tarn/kernel/activation.h"
 
 namespace tarn {
@@ -37,7 +36,6 @@ inline void Map4(const float* src, std::uint32_t count, float* dst, Vec vec, Sca
   for (std::uint32_t i = 0; i < (count & 3); ++i) dst[i] = scalar(src[i]);
 }
 
-inline float SigmoidExact(float x) { return 1.0f / (std::exp(0.0f - x) + 1.0f); }
 inline float TanhExact(float x) { return std::tanh(x); }
 
 // e^z by rounding u = z * log2(e) to n + f, |f| <= 0.5, and a quadratic for
@@ -63,6 +61,19 @@ inline __m128 ExpBitPattern(__m128 z) {
   const __m128 lo = _mm_cvtpd_ps(_mm_castsi128_pd(_mm_unpacklo_epi32(zero, i)));
   const __m128 hi = _mm_cvtpd_ps(_mm_castsi128_pd(_mm_unpackhi_epi32(zero, i)));
   return _mm_movelh_ps(lo, hi);
+}
+
+// 1 / (e^-x + 1) and (e^x - e^-x) / (e^-x + e^x) over a fast exponential.
+template <__m128 (*Exp)(__m128)>
+inline __m128 Sigmoid(__m128 x) {
+  return _mm_div_ps(_mm_set1_ps(1.0f), _mm_add_ps(Exp(_mm_sub_ps(_mm_setzero_ps(), x)), _mm_set1_ps(1.0f)));
+}
+
+template <__m128 (*Exp)(__m128)>
+inline __m128 Tanh(__m128 x) {
+  const __m128 e = Exp(x);
+  const __m128 r = _mm_div_ps(_mm_set1_ps(1.0f), e);
+  return _mm_div_ps(_mm_sub_ps(e, r), _mm_add_ps(r, e));
 }
 
 // 1 / (1 + e^-x) with the clamped polynomial exponential, four lanes wide;
@@ -103,29 +114,21 @@ inline __m128 HSigmoid4(__m128 x) {
 }  // namespace
 
 void relu_sse_f32_m1(const float* src, const std::uint32_t& count, float* dst) {
-  Map16(src, count, dst, Relu4, [](float x) { return x <= 0.0f ? 0.0f : x; });
+  Map16(src, count, dst, Relu4, rules::Relu);
 }
 
 void relu6_sse_f32_m1(const float* src, const std::uint32_t& count, float* dst) {
   Map16(
       src, count, dst, [](__m128 x) { return _mm_min_ps(_mm_set1_ps(6.0f), _mm_max_ps(_mm_setzero_ps(), x)); },
-      [](float x) { return x < 0.0f ? 0.0f : (x > 6.0f ? 6.0f : x); });
+      rules::Relu6);
 }
 
 void hsigmoid_sse_f32_m1(const float* src, const std::uint32_t& count, float* dst) {
-  Map16(src, count, dst, HSigmoid4, [](float x) {
-    const float t = x + 3.0f;
-    return t > 0.0f ? (6.0f > t ? t * 0.16666667f : 1.0f) : 0.0f;
-  });
+  Map16(src, count, dst, HSigmoid4, rules::HSigmoid);
 }
 
 void hswish_sse_f32_m1(const float* src, const std::uint32_t& count, float* dst) {
-  Map16(
-      src, count, dst, [](__m128 x) { return _mm_mul_ps(x, HSigmoid4(x)); },
-      [](float x) {
-        const float t = x + 3.0f;
-        return !(t > 0.0f) ? x * 0.0f : (6.0f > t ? x * (t * 0.16666667f) : x);
-      });
+  Map16(src, count, dst, [](__m128 x) { return _mm_mul_ps(x, HSigmoid4(x)); }, rules::HSwish);
 }
 
 void leaky_sse_f32_m1(const float* src, const std::uint32_t& count, const float& alpha, float* dst) {
@@ -137,53 +140,27 @@ void leaky_sse_f32_m1(const float* src, const std::uint32_t& count, const float&
         const __m128 zero = _mm_setzero_ps();
         return _mm_fmadd_ps(_mm_min_ps(zero, x), va, _mm_max_ps(zero, x));
       },
-      [a](float x) { return 0.0f > x ? x * a : x; });
+      [a](float x) { return rules::Leaky(x, a); });
 }
 
 void sigmoid_sse_f32_m1(const float* src, const std::uint32_t& count, float* dst) {
-  Map16(
-      src, count, dst,
-      [](__m128 x) {
-        const __m128 e = ExpRoundingTrick(_mm_sub_ps(_mm_setzero_ps(), x));
-        return _mm_div_ps(_mm_set1_ps(1.0f), _mm_add_ps(_mm_set1_ps(1.0f), e));
-      },
-      SigmoidExact);
+  Map16(src, count, dst, Sigmoid<ExpRoundingTrick>, rules::Sigmoid);
 }
 
 void sigmoid_sse_f32_m2(const float* src, const std::uint32_t& count, float* dst) {
-  Map16(
-      src, count, dst,
-      [](__m128 x) {
-        const __m128 e = ExpBitPattern(_mm_sub_ps(_mm_setzero_ps(), x));
-        return _mm_div_ps(_mm_set1_ps(1.0f), _mm_add_ps(e, _mm_set1_ps(1.0f)));
-      },
-      SigmoidExact);
+  Map16(src, count, dst, Sigmoid<ExpBitPattern>, rules::Sigmoid);
 }
 
 void sigmoid_sse_f32_m3(const float* src, const std::uint32_t& count, float* dst) {
-  Map4(src, count, dst, SigmoidPolynomial, SigmoidExact);
+  Map4(src, count, dst, SigmoidPolynomial, rules::Sigmoid);
 }
 
 void tanh_sse_f32_m1(const float* src, const std::uint32_t& count, float* dst) {
-  Map4(
-      src, count, dst,
-      [](__m128 x) {
-        const __m128 e = ExpRoundingTrick(x);
-        const __m128 r = _mm_div_ps(_mm_set1_ps(1.0f), e);
-        return _mm_div_ps(_mm_sub_ps(e, r), _mm_add_ps(r, e));
-      },
-      TanhExact);
+  Map4(src, count, dst, Tanh<ExpRoundingTrick>, TanhExact);
 }
 
 void tanh_sse_f32_m2(const float* src, const std::uint32_t& count, float* dst) {
-  Map4(
-      src, count, dst,
-      [](__m128 x) {
-        const __m128 e = ExpBitPattern(x);
-        const __m128 r = _mm_div_ps(_mm_set1_ps(1.0f), e);
-        return _mm_div_ps(_mm_sub_ps(e, r), _mm_add_ps(r, e));
-      },
-      TanhExact);
+  Map4(src, count, dst, Tanh<ExpBitPattern>, TanhExact);
 }
 
 void prelu_sse_f32_m1(float* data, const std::uint32_t& count, const float& slope) {
@@ -192,7 +169,7 @@ void prelu_sse_f32_m1(float* data, const std::uint32_t& count, const float& slop
   Map16(
       data, count, data,
       [vs](__m128 x) { return _mm_blendv_ps(x, _mm_mul_ps(x, vs), _mm_cmplt_ps(x, _mm_setzero_ps())); },
-      [s](float x) { return 0.0f > x ? x * s : x; });
+      [s](float x) { return rules::Leaky(x, s); });
 }
 
 void Sigmoid_SSE_F32_M3(const std::shared_ptr<runtime::Tensor>& tensor) {
@@ -209,45 +186,5 @@ void PReLU_SSE_Float_M1(const std::shared_ptr<runtime::Tensor>& tensor, float sl
 }
 
 }  // namespace functional
-
-#define TRN_ACTIVATION_FORWARD(cls, call)                                                                              \
-  bool cls::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,                                       \
-                    std::vector<std::shared_ptr<runtime::Tensor>>& outputs, std::shared_ptr<runtime::Context> context) \
-      const {                                                                                                          \
-    (void)context;                                                                                                     \
-    return call;                                                                                                       \
-  }
-
-TRN_ACTIVATION_FORWARD(ReLU_SSE_Float_M1, ForwardOutOfPlace(functional::relu_sse_f32_m1, inputs, outputs, context))
-TRN_ACTIVATION_FORWARD(ReLU6_SSE_Float_M1, ForwardOutOfPlace(functional::relu6_sse_f32_m1, inputs, outputs, context))
-TRN_ACTIVATION_FORWARD(Sigmoid_SSE_Float_M1,
-                       ForwardOutOfPlace(functional::sigmoid_sse_f32_m2, inputs, outputs, context))
-TRN_ACTIVATION_FORWARD(TanH_SSE_Float_M1, ForwardOutOfPlace(functional::tanh_sse_f32_m2, inputs, outputs, context))
-TRN_ACTIVATION_FORWARD(HSigmoid_SSE_Float_M1,
-                       ForwardOutOfPlace(functional::hsigmoid_sse_f32_m1, inputs, outputs, context))
-TRN_ACTIVATION_FORWARD(HSwish_SSE_Float_M1, ForwardOutOfPlace(functional::hswish_sse_f32_m1, inputs, outputs, context))
-TRN_ACTIVATION_FORWARD(ReLU_Inplace_SSE_Float_M1, ForwardInPlace(functional::relu_sse_f32_m1, inputs, outputs))
-TRN_ACTIVATION_FORWARD(HSigmoid_Inplace_SSE_Float_M1, ForwardInPlace(functional::hsigmoid_sse_f32_m1, inputs, outputs))
-
-bool Leaky_SSE_Float_M1::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
-                                 std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
-                                 std::shared_ptr<runtime::Context> context) const {
-  if (inputs.empty() || !inputs[0] || !context || !context->cpu) return false;
-  auto out = context->cpu->CreateTensor(inputs[0]->shape, nullptr);
-  functional::leaky_sse_f32_m1(static_cast<const float*>(inputs[0]->Data()),
-                               functional::ActivationElementCount(inputs[0]->shape), alpha, out->DataAs<float>());
-  outputs.assign(1, out);
-  return true;
-}
-
-bool PReLU_SSE_Float_M1::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
-                                 std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
-                                 std::shared_ptr<runtime::Context>) const {
-  if (inputs.empty() || !inputs[0]) return false;
-  functional::PReLU_SSE_Float_M1(inputs[0], slope);
-  outputs = inputs;
-  return true;
-}
-
 }  // namespace kernel
 }  // namespace tarn

@@ -1,36 +1,14 @@
 // SSE layout transforms. Only moves, shuffles and unpacks touch the data, so
 // every value, NaN payloads included, arrives bit for bit.
-#include "kernel/cpu/sse/layout_transform/layout_transform.h"
+#include "kernel/cpu/fallback/layout_transform/layout_transform.h"
 
 #include <immintrin.h>
-
-#include <cstring>
-
-#include "tarn/kernel/layout_transform.h"
-#include "tarn/utility/log.h"
 
 namespace tarn {
 namespace kernel {
 namespace functional {
 
 namespace {
-
-inline void Copy1(const float* src, float* dst) { std::memcpy(dst, src, sizeof(float)); }
-
-// Blocks and pixels of a move between CHW [C, H, W] and a blocked [B, H, W, lanes].
-struct PlaneGeometry {
-  std::uint32_t blocks, pixels;
-};
-
-PlaneGeometry CheckCHWBlocked(const TensorCPUPtr& chw, const TensorCPUPtr& blocked, unsigned lanes) {
-  const std::uint32_t pixels = LayoutPlaneFloats(chw->shape);
-  (void)LayoutPlaneFloats(blocked->shape);
-  const auto& c = chw->shape.dims;
-  const auto& b = blocked->shape.dims;
-  TARN_NATIVE_ASSERT(c.size() == 3 && b.size() == 4 && b[3] == lanes);
-  TARN_NATIVE_ASSERT(std::uint64_t(b[0]) * lanes == c[0] && b[1] == c[1] && b[2] == c[2]);
-  return {b[0], pixels};
-}
 
 // The four pixel vectors [c0, c1, c2, c3] of pixels p..p+3 from four plane
 // vectors: interleave planes 0/1 and 2/3, then join the halves.
@@ -46,83 +24,51 @@ inline void Transpose4(__m128& r0, __m128& r1, __m128& r2, __m128& r3) {
 }  // namespace
 
 void LayoutTransform_MainMemory_CHW_Float_To_C4HW4_SSE_M1(const TensorCPUPtr& input, const TensorCPUPtr& output) {
-  const PlaneGeometry g = CheckCHWBlocked(input, output, 4);
-  for (std::uint32_t b = 0; b < g.blocks; ++b) {
-    const float* p0 = static_cast<const float*>(input->Locate3D(4 * b, 0, 0));
-    const float* p1 = p0 + g.pixels;
-    const float* p2 = p1 + g.pixels;
-    const float* p3 = p2 + g.pixels;
-    float* d = static_cast<float*>(output->Locate4D(b, 0, 0, 0));
-    for (std::uint32_t p = 0; p < g.pixels; ++p, d += 4) {
-      const __m128 v = _mm_unpacklo_ps(_mm_unpacklo_ps(_mm_load_ss(p0 + p), _mm_load_ss(p2 + p)),
-                                       _mm_unpacklo_ps(_mm_load_ss(p1 + p), _mm_load_ss(p3 + p)));
+  CHWToBlocked(input, output, 4, [](float* const* pl, float* d, std::uint32_t pixels) {
+    for (std::uint32_t p = 0; p < pixels; ++p, d += 4) {
+      const __m128 v = _mm_unpacklo_ps(_mm_unpacklo_ps(_mm_load_ss(pl[0] + p), _mm_load_ss(pl[2] + p)),
+                                       _mm_unpacklo_ps(_mm_load_ss(pl[1] + p), _mm_load_ss(pl[3] + p)));
       _mm_storeu_ps(d, v);
     }
-  }
+    return pixels;
+  });
 }
 
 void LayoutTransform_MainMemory_CHW_Float_To_C4HW4_SSE_M2(const TensorCPUPtr& input, const TensorCPUPtr& output) {
-  const PlaneGeometry g = CheckCHWBlocked(input, output, 4);
-  for (std::uint32_t b = 0; b < g.blocks; ++b) {
-    const float* p0 = static_cast<const float*>(input->Locate3D(4 * b, 0, 0));
-    const float* p1 = p0 + g.pixels;
-    const float* p2 = p1 + g.pixels;
-    const float* p3 = p2 + g.pixels;
-    float* d = static_cast<float*>(output->Locate4D(b, 0, 0, 0));
+  CHWToBlocked(input, output, 4, [](float* const* pl, float* d, std::uint32_t pixels) {
     std::uint32_t p = 0;
-    for (; p + 4 <= g.pixels; p += 4, d += 16) {
-      __m128 r0 = _mm_loadu_ps(p0 + p), r1 = _mm_loadu_ps(p1 + p);
-      __m128 r2 = _mm_loadu_ps(p2 + p), r3 = _mm_loadu_ps(p3 + p);
+    for (; p + 4 <= pixels; p += 4, d += 16) {
+      __m128 r0 = _mm_loadu_ps(pl[0] + p), r1 = _mm_loadu_ps(pl[1] + p);
+      __m128 r2 = _mm_loadu_ps(pl[2] + p), r3 = _mm_loadu_ps(pl[3] + p);
       Transpose4(r0, r1, r2, r3);
       _mm_storeu_ps(d, r0);
       _mm_storeu_ps(d + 4, r1);
       _mm_storeu_ps(d + 8, r2);
       _mm_storeu_ps(d + 12, r3);
     }
-    for (; p < g.pixels; ++p, d += 4) {
-      Copy1(p0 + p, d);
-      Copy1(p1 + p, d + 1);
-      Copy1(p2 + p, d + 2);
-      Copy1(p3 + p, d + 3);
-    }
-  }
+    return p;
+  });
 }
 
 void LayoutTransform_MainMemory_C4HW4_Float_To_CHW_SSE_M1(const TensorCPUPtr& input, const TensorCPUPtr& output) {
-  const PlaneGeometry g = CheckCHWBlocked(output, input, 4);
-  for (std::uint32_t b = 0; b < g.blocks; ++b) {
-    const float* s = static_cast<const float*>(input->Locate4D(b, 0, 0, 0));
-    float* q0 = static_cast<float*>(output->Locate3D(4 * b, 0, 0));
-    float* q1 = q0 + g.pixels;
-    float* q2 = q1 + g.pixels;
-    float* q3 = q2 + g.pixels;
+  BlockedToCHW(input, output, 4, [](float* const* q, const float* s, std::uint32_t pixels) {
     std::uint32_t p = 0;
-    for (; p + 4 <= g.pixels; p += 4, s += 16) {
+    for (; p + 4 <= pixels; p += 4, s += 16) {
       __m128 r0 = _mm_loadu_ps(s), r1 = _mm_loadu_ps(s + 4), r2 = _mm_loadu_ps(s + 8), r3 = _mm_loadu_ps(s + 12);
       _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
-      _mm_storeu_ps(q0 + p, r0);
-      _mm_storeu_ps(q1 + p, r1);
-      _mm_storeu_ps(q2 + p, r2);
-      _mm_storeu_ps(q3 + p, r3);
+      _mm_storeu_ps(q[0] + p, r0);
+      _mm_storeu_ps(q[1] + p, r1);
+      _mm_storeu_ps(q[2] + p, r2);
+      _mm_storeu_ps(q[3] + p, r3);
     }
-    for (; p < g.pixels; ++p, s += 4) {
-      Copy1(s, q0 + p);
-      Copy1(s + 1, q1 + p);
-      Copy1(s + 2, q2 + p);
-      Copy1(s + 3, q3 + p);
-    }
-  }
+    return p;
+  });
 }
 
 void LayoutTransform_MainMemory_CHW_Float_To_C8HW8_SSE_M1(const TensorCPUPtr& input, const TensorCPUPtr& output) {
-  const PlaneGeometry g = CheckCHWBlocked(input, output, 8);
-  for (std::uint32_t b = 0; b < g.blocks; ++b) {
-    const float* pl[8];
-    pl[0] = static_cast<const float*>(input->Locate3D(8 * b, 0, 0));
-    for (int j = 1; j < 8; ++j) pl[j] = pl[j - 1] + g.pixels;
-    float* d = static_cast<float*>(output->Locate4D(b, 0, 0, 0));
+  CHWToBlocked(input, output, 8, [](float* const* pl, float* d, std::uint32_t pixels) {
     std::uint32_t p = 0;
-    for (; p + 4 <= g.pixels; p += 4, d += 32) {
+    for (; p + 4 <= pixels; p += 4, d += 32) {
       __m128 a0 = _mm_loadu_ps(pl[0] + p), a1 = _mm_loadu_ps(pl[1] + p);
       __m128 a2 = _mm_loadu_ps(pl[2] + p), a3 = _mm_loadu_ps(pl[3] + p);
       __m128 b0 = _mm_loadu_ps(pl[4] + p), b1 = _mm_loadu_ps(pl[5] + p);
@@ -138,23 +84,16 @@ void LayoutTransform_MainMemory_CHW_Float_To_C8HW8_SSE_M1(const TensorCPUPtr& in
       _mm_storeu_ps(d + 24, a3);
       _mm_storeu_ps(d + 28, b3);
     }
-    for (; p < g.pixels; ++p, d += 8) {
-      for (int j = 0; j < 8; ++j) Copy1(pl[j] + p, d + j);
-    }
-  }
+    return p;
+  });
 }
 
 void LayoutTransform_MainMemory_C8HW8_Float_To_CHW_SSE_M1(const TensorCPUPtr& input, const TensorCPUPtr& output) {
-  const PlaneGeometry g = CheckCHWBlocked(output, input, 8);
-  for (std::uint32_t b = 0; b < g.blocks; ++b) {
-    const float* s = static_cast<const float*>(input->Locate4D(b, 0, 0, 0));
-    float* q[8];
-    q[0] = static_cast<float*>(output->Locate3D(8 * b, 0, 0));
-    for (int j = 1; j < 8; ++j) q[j] = q[j - 1] + g.pixels;
+  BlockedToCHW(input, output, 8, [](float* const* q, const float* s, std::uint32_t pixels) {
     // Two pixels per step: interleaving their halves pairs up each channel's
     // two values, written to the planes 8 bytes at a time.
     std::uint32_t p = 0;
-    for (; p + 2 <= g.pixels; p += 2, s += 16) {
+    for (; p + 2 <= pixels; p += 2, s += 16) {
       const __m128 lo0 = _mm_loadu_ps(s), hi0 = _mm_loadu_ps(s + 4);
       const __m128 lo1 = _mm_loadu_ps(s + 8), hi1 = _mm_loadu_ps(s + 12);
       const __m128 c01 = _mm_unpacklo_ps(lo0, lo1), c23 = _mm_unpackhi_ps(lo0, lo1);
@@ -168,21 +107,14 @@ void LayoutTransform_MainMemory_C8HW8_Float_To_CHW_SSE_M1(const TensorCPUPtr& in
       _mm_storel_pi(reinterpret_cast<__m64*>(q[6] + p), c67);
       _mm_storeh_pi(reinterpret_cast<__m64*>(q[7] + p), c67);
     }
-    for (; p < g.pixels; ++p, s += 8) {
-      for (int j = 0; j < 8; ++j) Copy1(s + j, q[j] + p);
-    }
-  }
+    return p;
+  });
 }
 
 void LayoutTransform_MainMemory_C8HW8_Float_To_CHW_SSE_M2(const TensorCPUPtr& input, const TensorCPUPtr& output) {
-  const PlaneGeometry g = CheckCHWBlocked(output, input, 8);
-  for (std::uint32_t b = 0; b < g.blocks; ++b) {
-    const float* s = static_cast<const float*>(input->Locate4D(b, 0, 0, 0));
-    float* q[8];
-    q[0] = static_cast<float*>(output->Locate3D(8 * b, 0, 0));
-    for (int j = 1; j < 8; ++j) q[j] = q[j - 1] + g.pixels;
+  BlockedToCHW(input, output, 8, [](float* const* q, const float* s, std::uint32_t pixels) {
     std::uint32_t p = 0;
-    for (; p + 4 <= g.pixels; p += 4, s += 32) {
+    for (; p + 4 <= pixels; p += 4, s += 32) {
       // Low halves of four pixels are channels 0-3, high halves 4-7.
       __m128 a0 = _mm_loadu_ps(s), b0 = _mm_loadu_ps(s + 4);
       __m128 a1 = _mm_loadu_ps(s + 8), b1 = _mm_loadu_ps(s + 12);
@@ -199,24 +131,17 @@ void LayoutTransform_MainMemory_C8HW8_Float_To_CHW_SSE_M2(const TensorCPUPtr& in
       _mm_storeu_ps(q[6] + p, b2);
       _mm_storeu_ps(q[7] + p, b3);
     }
-    for (; p < g.pixels; ++p, s += 8) {
-      for (int j = 0; j < 8; ++j) Copy1(s + j, q[j] + p);
-    }
-  }
+    return p;
+  });
 }
 
 void LayoutTransform_MainMemory_C4HW4_Float_To_C8HW8_SSE_M1(const TensorCPUPtr& input, const TensorCPUPtr& output) {
-  const std::uint32_t pixels = LayoutPlaneFloats(input->shape) / 4;
-  (void)LayoutPlaneFloats(output->shape);
-  const auto& i = input->shape.dims;
-  const auto& o = output->shape.dims;
-  TARN_NATIVE_ASSERT(i.size() == 4 && o.size() == 4 && i[3] == 4 && o[3] == 8);
-  TARN_NATIVE_ASSERT(std::uint64_t(o[0]) * 2 == i[0] && i[1] == o[1] && i[2] == o[2]);
-  for (std::uint32_t b = 0; b < o[0]; ++b) {
+  const LayoutBlocks g = CheckC4C8Blocks(input, output);
+  for (std::uint32_t b = 0; b < g.blocks; ++b) {
     const float* s0 = static_cast<const float*>(input->Locate4D(2 * b, 0, 0, 0));
     const float* s1 = static_cast<const float*>(input->Locate4D(2 * b + 1, 0, 0, 0));
     float* d = static_cast<float*>(output->Locate4D(b, 0, 0, 0));
-    for (std::uint32_t p = 0; p < pixels; ++p, d += 8) {
+    for (std::uint32_t p = 0; p < g.pixels; ++p, d += 8) {
       _mm_storeu_ps(d, _mm_loadu_ps(s0 + 4 * p));
       _mm_storeu_ps(d + 4, _mm_loadu_ps(s1 + 4 * p));
     }
@@ -224,17 +149,12 @@ void LayoutTransform_MainMemory_C4HW4_Float_To_C8HW8_SSE_M1(const TensorCPUPtr& 
 }
 
 void LayoutTransform_MainMemory_C8HW8_Float_To_C4HW4_SSE_M1(const TensorCPUPtr& input, const TensorCPUPtr& output) {
-  const std::uint32_t pixels = LayoutPlaneFloats(input->shape) / 8;
-  (void)LayoutPlaneFloats(output->shape);
-  const auto& i = input->shape.dims;
-  const auto& o = output->shape.dims;
-  TARN_NATIVE_ASSERT(i.size() == 4 && o.size() == 4 && i[3] == 8 && o[3] == 4);
-  TARN_NATIVE_ASSERT(std::uint64_t(i[0]) * 2 == o[0] && i[1] == o[1] && i[2] == o[2]);
-  for (std::uint32_t b = 0; b < i[0]; ++b) {
+  const LayoutBlocks g = CheckC4C8Blocks(output, input);
+  for (std::uint32_t b = 0; b < g.blocks; ++b) {
     const float* s = static_cast<const float*>(input->Locate4D(b, 0, 0, 0));
     float* d0 = static_cast<float*>(output->Locate4D(2 * b, 0, 0, 0));
     float* d1 = static_cast<float*>(output->Locate4D(2 * b + 1, 0, 0, 0));
-    for (std::uint32_t p = 0; p < pixels; ++p, s += 8) {
+    for (std::uint32_t p = 0; p < g.pixels; ++p, s += 8) {
       _mm_storeu_ps(d0 + 4 * p, _mm_loadu_ps(s));
       _mm_storeu_ps(d1 + 4 * p, _mm_loadu_ps(s + 4));
     }
@@ -242,22 +162,5 @@ void LayoutTransform_MainMemory_C8HW8_Float_To_C4HW4_SSE_M1(const TensorCPUPtr& 
 }
 
 }  // namespace functional
-
-#define TRN_LAYOUT_TRANSFORM_FORWARD(cls)                                                                              \
-  bool cls::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,                                       \
-                    std::vector<std::shared_ptr<runtime::Tensor>>& outputs, std::shared_ptr<runtime::Context> context) \
-      const {                                                                                                          \
-    return ForwardTransform(functional::cls, inputs, outputs, context);                                                \
-  }
-
-TRN_LAYOUT_TRANSFORM_FORWARD(LayoutTransform_MainMemory_CHW_Float_To_C4HW4_SSE_M1)
-TRN_LAYOUT_TRANSFORM_FORWARD(LayoutTransform_MainMemory_CHW_Float_To_C4HW4_SSE_M2)
-TRN_LAYOUT_TRANSFORM_FORWARD(LayoutTransform_MainMemory_C4HW4_Float_To_CHW_SSE_M1)
-TRN_LAYOUT_TRANSFORM_FORWARD(LayoutTransform_MainMemory_CHW_Float_To_C8HW8_SSE_M1)
-TRN_LAYOUT_TRANSFORM_FORWARD(LayoutTransform_MainMemory_C8HW8_Float_To_CHW_SSE_M1)
-TRN_LAYOUT_TRANSFORM_FORWARD(LayoutTransform_MainMemory_C8HW8_Float_To_CHW_SSE_M2)
-TRN_LAYOUT_TRANSFORM_FORWARD(LayoutTransform_MainMemory_C4HW4_Float_To_C8HW8_SSE_M1)
-TRN_LAYOUT_TRANSFORM_FORWARD(LayoutTransform_MainMemory_C8HW8_Float_To_C4HW4_SSE_M1)
-
 }  // namespace kernel
 }  // namespace tarn

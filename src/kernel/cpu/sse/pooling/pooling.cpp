@@ -1,13 +1,8 @@
 // SSE fixed-size pooling. On CHW the four lanes are four neighbouring outputs
-// of a row; on C4HW4 they are the four channels of a pixel. Taps are folded in
-// the general kernels' order (window row outer, column inner) with the same
-// operations, so the results equal theirs bit for bit.
-#include "kernel/cpu/sse/pooling/pooling.h"
-
+// of a row; on C4HW4 they are the four channels of a pixel.
 #include <immintrin.h>
 
-#include "tarn/kernel/pooling.h"
-#include "tarn/utility/log.h"
+#include "kernel/cpu/fallback/pooling/pooling_steps.h"
 
 namespace tarn {
 namespace kernel {
@@ -15,7 +10,29 @@ namespace functional {
 
 namespace {
 
-constexpr float kLowest = -3.4028235e38f;
+struct Sse {
+  using Reg = __m128;
+  static constexpr std::uint32_t kLanes = 4;
+  static Reg Load(const float* p) { return _mm_loadu_ps(p); }
+  static void Store(float* p, Reg v) { _mm_storeu_ps(p, v); }
+  static Reg Set1(float f) { return _mm_set1_ps(f); }
+  static Reg Zero() { return _mm_setzero_ps(); }
+  static Reg Add(Reg a, Reg b) { return _mm_add_ps(a, b); }
+  static Reg Max(Reg a, Reg b) { return _mm_max_ps(a, b); }
+  static Reg Mul(Reg a, Reg b) { return _mm_mul_ps(a, b); }
+  static Reg Div(Reg a, Reg b) { return _mm_div_ps(a, b); }
+};
+
+// One float with the rules of the vector instructions, for the row tails.
+struct Scalar {
+  using Reg = float;
+  static Reg Set1(float f) { return f; }
+  static Reg Zero() { return 0.0f; }
+  static Reg Add(Reg a, Reg b) { return a + b; }
+  static Reg Max(Reg a, Reg b) { return a > b ? a : b; }
+  static Reg Mul(Reg a, Reg b) { return a * b; }
+  static Reg Div(Reg a, Reg b) { return a / b; }
+};
 
 // Loads tap kx of the window row for outputs ox..ox+3.
 template <int K, int S>
@@ -47,87 +64,35 @@ inline std::uint64_t ReadEnd(std::uint32_t ox) {
   return 4 * std::uint64_t(ox) + 16;
 }
 
-template <int K, bool kMax>
-inline float Finish(float acc) {
-  if constexpr (kMax) return acc;
-  if constexpr (K == 2) return acc * 0.25f;
-  return acc / static_cast<float>(K * K);
-}
-
-template <int K, bool kMax>
-inline __m128 Finish4(__m128 acc) {
-  if constexpr (kMax) return acc;
-  if constexpr (K == 2) return _mm_mul_ps(acc, _mm_set1_ps(0.25f));
-  return _mm_div_ps(acc, _mm_set1_ps(static_cast<float>(K * K)));
-}
-
+// CHW: the four lanes are four neighbouring outputs of a row.
 template <int K, int S, bool kMax>
 void PoolCHW(const TensorCPUPtr& input, const TensorCPUPtr& output) {
-  const std::uint32_t in_plane = PoolingPlaneFloats(input->shape);
-  const std::uint32_t out_plane = PoolingPlaneFloats(output->shape);
-  const auto& id = input->shape.dims;
-  const auto& od = output->shape.dims;
-  TARN_NATIVE_ASSERT(id.size() == 3 && od.size() == 3 && id[0] == od[0]);
-  TARN_NATIVE_ASSERT(id[1] >= K && id[2] >= K && (id[1] - K) / S + 1 == od[1] && (id[2] - K) / S + 1 == od[2]);
-  const std::uint32_t channels = id[0], w = id[2], oh = od[1], ow = od[2];
+  const FixedPoolingGeometry g = CheckFixedPooling(input, output, 1, K, S);
   const float* in = input->DataAs<float>();
   float* out = output->DataAs<float>();
-  for (std::uint32_t c = 0; c < channels; ++c) {
-    const float* plane = in + static_cast<size_t>(c) * in_plane;
-    float* oplane = out + static_cast<size_t>(c) * out_plane;
-    for (std::uint32_t oy = 0; oy < oh; ++oy) {
+  for (std::uint32_t c = 0; c < g.planes; ++c) {
+    const float* plane = in + static_cast<size_t>(c) * g.in_plane;
+    float* oplane = out + static_cast<size_t>(c) * g.out_plane;
+    for (std::uint32_t oy = 0; oy < g.oh; ++oy) {
       const float* rows[K];
-      for (int ky = 0; ky < K; ++ky) rows[ky] = plane + static_cast<size_t>(oy * S + ky) * w;
-      float* orow = oplane + static_cast<size_t>(oy) * ow;
+      for (int ky = 0; ky < K; ++ky) rows[ky] = plane + static_cast<size_t>(oy * S + ky) * g.w;
+      float* orow = oplane + static_cast<size_t>(oy) * g.ow;
       std::uint32_t ox = 0;
-      for (; ox + 4 <= ow && ReadEnd<K, S>(ox) <= w; ox += 4) {
-        __m128 acc = kMax ? _mm_set1_ps(kLowest) : _mm_setzero_ps();
+      for (; ox + 4 <= g.ow && ReadEnd<K, S>(ox) <= g.w; ox += 4) {
+        __m128 acc = kMax ? Sse::Set1(kMaxPoolingFill) : Sse::Zero();
         for (int ky = 0; ky < K; ++ky) {
           __m128 taps[K];
           LoadTaps<K, S>(rows[ky], ox, taps);
-          for (int kx = 0; kx < K; ++kx) acc = kMax ? _mm_max_ps(taps[kx], acc) : _mm_add_ps(acc, taps[kx]);
+          for (int kx = 0; kx < K; ++kx) acc = FoldTap<Sse, kMax>(acc, taps[kx]);
         }
-        _mm_storeu_ps(orow + ox, Finish4<K, kMax>(acc));
+        _mm_storeu_ps(orow + ox, FinishWindow<Sse, K, kMax>(acc));
       }
-      for (; ox < ow; ++ox) {
-        float acc = kMax ? kLowest : 0.0f;
+      for (; ox < g.ow; ++ox) {
+        float acc = kMax ? kMaxPoolingFill : 0.0f;
         for (int ky = 0; ky < K; ++ky) {
-          for (int kx = 0; kx < K; ++kx) {
-            const float v = rows[ky][ox * S + kx];
-            acc = kMax ? (v > acc ? v : acc) : acc + v;
-          }
+          for (int kx = 0; kx < K; ++kx) acc = FoldTap<Scalar, kMax>(acc, rows[ky][ox * S + kx]);
         }
-        orow[ox] = Finish<K, kMax>(acc);
-      }
-    }
-  }
-}
-
-// C4HW4: one 4-channel vector per pixel.
-template <int K, int S, bool kMax>
-void PoolC4HW4(const TensorCPUPtr& input, const TensorCPUPtr& output) {
-  const std::uint32_t in_plane = PoolingPlaneFloats(input->shape);
-  const std::uint32_t out_plane = PoolingPlaneFloats(output->shape);
-  const auto& id = input->shape.dims;
-  const auto& od = output->shape.dims;
-  TARN_NATIVE_ASSERT(id.size() == 4 && od.size() == 4 && id[0] == od[0] && id[3] == 4 && od[3] == 4);
-  TARN_NATIVE_ASSERT(id[1] >= K && id[2] >= K && (id[1] - K) / S + 1 == od[1] && (id[2] - K) / S + 1 == od[2]);
-  const std::uint32_t blocks = id[0], w = id[2], oh = od[1], ow = od[2];
-  for (std::uint32_t b = 0; b < blocks; ++b) {
-    const float* plane = input->DataAs<float>() + static_cast<size_t>(b) * in_plane;
-    float* o = output->DataAs<float>() + static_cast<size_t>(b) * out_plane;
-    for (std::uint32_t oy = 0; oy < oh; ++oy) {
-      for (std::uint32_t ox = 0; ox < ow; ++ox) {
-        __m128 acc = kMax ? _mm_set1_ps(kLowest) : _mm_setzero_ps();
-        for (int ky = 0; ky < K; ++ky) {
-          const float* row = plane + (static_cast<size_t>(oy * S + ky) * w + ox * S) * 4;
-          for (int kx = 0; kx < K; ++kx) {
-            const __m128 v = _mm_loadu_ps(row + 4 * kx);
-            acc = kMax ? _mm_max_ps(v, acc) : _mm_add_ps(acc, v);
-          }
-        }
-        _mm_storeu_ps(o, Finish4<K, kMax>(acc));
-        o += 4;
+        orow[ox] = FinishWindow<Scalar, K, kMax>(acc);
       }
     }
   }
@@ -154,32 +119,9 @@ void Pooling2D_Avg_K4x4_S4x4_SSE_CHW_Float_M1_Pooling2d_Avg(const TensorCPUPtr& 
   PoolCHW<4, 4, false>(input, output);
 }
 void Pooling2D_Avg_K4x4_S4x4_SSE_C4HW4_Float_M1_Pooling2D_Avg(const TensorCPUPtr& input, const TensorCPUPtr& output) {
-  PoolC4HW4<4, 4, false>(input, output);
+  PoolBlocked<Sse, 4, 4, false>(input, output);
 }
 
 }  // namespace functional
-
-#define TRN_FIXED_POOLING_FORWARD(cls, fn)                                                                             \
-  bool cls::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,                                       \
-                    std::vector<std::shared_ptr<runtime::Tensor>>& outputs, std::shared_ptr<runtime::Context> context) \
-      const {                                                                                                          \
-    return ForwardPool(functional::fn, inputs, outputs, context);                                                      \
-  }
-
-TRN_FIXED_POOLING_FORWARD(Pooling2D_Max_K2x2_S2x2_SSE_CHW_Float_M1,
-                          Pooling2D_Max_K2x2_S2x2_SSE_CHW_Float_M1_Pooling2d_Max)
-TRN_FIXED_POOLING_FORWARD(Pooling2D_Max_K3x3_S2x2_SSE_CHW_Float_M1,
-                          Pooling2D_Max_K3x3_S2x2_SSE_CHW_Float_M1_Pooling2d_Max)
-TRN_FIXED_POOLING_FORWARD(Pooling2D_Avg_K2x2_S2x2_SSE_CHW_Float_M1,
-                          Pooling2D_Avg_K2x2_S2x2_SSE_CHW_Float_M1_Pooling2d_Avg)
-TRN_FIXED_POOLING_FORWARD(Pooling2D_Avg_K3x3_S2x2_SSE_CHW_Float_M1,
-                          Pooling2D_Avg_K3x3_S2x2_SSE_CHW_Float_M1_Pooling2d_Avg)
-TRN_FIXED_POOLING_FORWARD(Pooling2D_Avg_K7x7_S1x1_SSE_CHW_Float_M1,
-                          Pooling2D_Avg_K7x7_S1x1_SSE_CHW_Float_M1_Pooling2d_Avg)
-TRN_FIXED_POOLING_FORWARD(Pooling2D_Avg_K4x4_S4x4_SSE_CHW_Float_M1,
-                          Pooling2D_Avg_K4x4_S4x4_SSE_CHW_Float_M1_Pooling2d_Avg)
-TRN_FIXED_POOLING_FORWARD(Pooling2D_Avg_K4x4_S4x4_SSE_C4HW4_Float_M1,
-                          Pooling2D_Avg_K4x4_S4x4_SSE_C4HW4_Float_M1_Pooling2D_Avg)
-
 }  // namespace kernel
 }  // namespace tarn

@@ -3,19 +3,14 @@
 // against a scalar rendering of its formula plus its error against expf.
 #include <gtest/gtest.h>
 
-#include <cmath>
-
 #include "kernel/cpu/avx/activation/activation.h"
 #include "kernel/cpu/element_test_util.h"
-#include "tarn/kernel/activation.h"
-#include "test_util.h"
 
 namespace tarn {
 namespace testing {
 namespace {
 
 namespace fn = kernel::functional;
-using ElementFn = void (*)(const float*, const std::uint32_t&, float*);
 
 // The polynomial exponential and the sigmoid around it, one float at a time,
 // with the vector instructions' rules spelled out: min/max return the second
@@ -49,40 +44,18 @@ class AvxActivationCounts : public ::testing::TestWithParam<int> {};
 TEST_P(AvxActivationCounts, VectorFormsEqualScalarForms) {
   TRN_REQUIRE_AVX();
   const std::uint32_t n = static_cast<std::uint32_t>(GetParam());
-  const std::vector<float> x = TestValues(n, -9.0f, 9.0f, 300 + n, 6);
-  const std::pair<ElementFn, ElementFn> pairs[] = {{fn::relu_avx_f32_m1, fn::relu_f32},
-                                                   {fn::relu6_avx_f32_m1, fn::relu6_f32},
-                                                   {fn::hswish_avx_f32_m1, fn::hswish_f32}};
-  int which = 0;
-  for (const auto& p : pairs) {
-    std::vector<float> got(n), want(n), inplace(x);
-    p.first(x.data(), n, got.data());
-    p.second(x.data(), n, want.data());
-    EXPECT_TRUE(SameBits(got.data(), want.data(), n)) << "function " << which;
-    p.first(inplace.data(), n, inplace.data());
-    EXPECT_TRUE(SameBits(inplace.data(), want.data(), n)) << "in place, function " << which;
-    ++which;
-  }
-  const float alpha = 0.0999755859375f;
-  std::vector<float> got(n), want(n);
-  fn::leaky_avx_f32_m1(x.data(), n, alpha, got.data());
-  fn::leaky_f32(x.data(), n, alpha, want.data());
-  EXPECT_TRUE(SameBits(got.data(), want.data(), n, true));
-  std::vector<float> a(x), b(x);
-  fn::prelu_avx_f32_m1(a.data(), n, 0.75f);
-  fn::prelu_f32(b.data(), n, 0.75f);
-  EXPECT_TRUE(SameBits(a.data(), b.data(), n));
+  ExpectVectorFormsEqualScalarForms(TestValues(n, -9.0f, 9.0f, 300 + n, 6),
+                                    {{fn::relu_avx_f32_m1, fn::relu_f32},
+                                     {fn::relu6_avx_f32_m1, fn::relu6_f32},
+                                     {fn::hswish_avx_f32_m1, fn::hswish_f32}},
+                                    fn::leaky_avx_f32_m1, 0.0999755859375f, fn::prelu_avx_f32_m1, 0.75f);
 }
 
 TEST_P(AvxActivationCounts, PolynomialSigmoidMatchesItsFormulaBitForBit) {
   TRN_REQUIRE_AVX();
   const std::uint32_t n = static_cast<std::uint32_t>(GetParam());
-  const std::vector<float> x = TestValues(n, -110.0f, 110.0f, 17 + n, 7);
-  std::vector<float> got(n), want(n);
-  fn::sigmoid_avx_f32_m1(x.data(), n, got.data());
-  const std::uint32_t bulk = n & ~7u;
-  for (std::uint32_t i = 0; i < n; ++i) want[i] = i < bulk ? SigmoidPolynomial(x[i]) : SigmoidExact(x[i]);
-  EXPECT_TRUE(SameBits(got.data(), want.data(), n, true));
+  ExpectBulkAndTail(fn::sigmoid_avx_f32_m1, SigmoidPolynomial, SigmoidExact, 8,
+                    TestValues(n, -110.0f, 110.0f, 17 + n, 7), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Counts, AvxActivationCounts, ::testing::Range(0, 71), TRN_INDEX_NAMES);
@@ -90,69 +63,36 @@ INSTANTIATE_TEST_SUITE_P(Counts, AvxActivationCounts, ::testing::Range(0, 71), T
 TEST(AvxPolynomialExponential, ErrorBoundAndClamp) {
   TRN_REQUIRE_AVX();
   // |sigmoid error| < 2e-7 (about 2 ulp at 0.5) everywhere, thanks to the clamp.
-  const std::uint32_t n = 8192;
-  std::vector<float> x(n), y(n);
-  for (std::uint32_t i = 0; i < n; ++i) x[i] = -200.0f + 400.0f * static_cast<float>(i) / (n - 1);
-  fn::sigmoid_avx_f32_m1(x.data(), n, y.data());
-  float worst = 0;
-  for (std::uint32_t i = 0; i < n; ++i) worst = std::max(worst, std::fabs(y[i] - SigmoidExact(x[i])));
-  EXPECT_LT(worst, 2e-7f);
+  EXPECT_LT(MaxAbsError(fn::sigmoid_avx_f32_m1, SigmoidExact, -200.0f, 200.0f, 8192), 2e-7f);
   // x = -100: z = 100 is clamped to 88.37626, giving a tiny positive number.
-  std::vector<float> in(8, -100.0f), out(8);
-  const std::uint32_t eight = 8;
-  fn::sigmoid_avx_f32_m1(in.data(), eight, out.data());
-  EXPECT_GT(out[0], 0.0f);
-  EXPECT_LT(out[0], 1e-37f);
-  EXPECT_FALSE(std::isnan(out[0]));
-  std::fill(in.begin(), in.end(), 100.0f);
-  fn::sigmoid_avx_f32_m1(in.data(), eight, out.data());
-  EXPECT_EQ(out[0], 1.0f);
-}
-
-template <typename K>
-std::vector<float> RunAvx(const std::vector<float>& x, const std::shared_ptr<runtime::ActivationInfo>& rec,
-                          bool expect_in_place) {
-  auto ctx = ElementContext();
-  auto k = Configured<K>(rec, ctx);
-  auto in = MakeTensor(ctx, {1, 3, static_cast<unsigned>(x.size() / 3)}, x);
-  std::vector<std::shared_ptr<runtime::Tensor>> outputs;
-  EXPECT_EQ(k->IsValidInput({in}), 0);
-  EXPECT_TRUE(k->Forward({in}, outputs, ctx));
-  if (outputs.size() != 1) return {};
-  EXPECT_EQ(outputs[0].get() == in.get(), expect_in_place) << k->GetName();
-  return Values(outputs[0]);
+  const float tiny = Apply(fn::sigmoid_avx_f32_m1, std::vector<float>(8, -100.0f))[0];
+  EXPECT_GT(tiny, 0.0f);
+  EXPECT_LT(tiny, 1e-37f);
+  EXPECT_FALSE(std::isnan(tiny));
+  EXPECT_EQ(Apply(fn::sigmoid_avx_f32_m1, std::vector<float>(8, 100.0f))[0], 1.0f);
 }
 
 TEST(AvxActivationKernel, EachKernelRunsItsFunction) {
   TRN_REQUIRE_AVX();
   const std::vector<float> x = TestValues(3 * 29, -12.0f, 12.0f, 23, 9);
   const std::uint32_t n = static_cast<std::uint32_t>(x.size());
+  const std::vector<unsigned> dims = {1, 3, 29};
   auto rec = std::make_shared<runtime::ActivationInfo>();
-  auto expect = [&](ElementFn f) {
-    std::vector<float> y(n);
-    f(x.data(), n, y.data());
-    return y;
-  };
-  auto same = [](const std::vector<float>& a, const std::vector<float>& b) {
-    return a.size() == b.size() && SameBits(a.data(), b.data(), a.size(), true);
-  };
-  EXPECT_TRUE(same(RunAvx<kernel::ReLU_AVX_Float_M1>(x, rec, false), expect(fn::relu_f32)));
-  EXPECT_TRUE(same(RunAvx<kernel::ReLU6_AVX_Float_M1>(x, rec, false), expect(fn::relu6_f32)));
-  EXPECT_TRUE(same(RunAvx<kernel::HSwish_AVX_Float_M1>(x, rec, false), expect(fn::hswish_f32)));
-  std::vector<float> sig(n);
+  ExpectActivation<kernel::ReLU_AVX_Float_M1>(x, dims, rec, false, Apply(fn::relu_f32, x));
+  ExpectActivation<kernel::ReLU6_AVX_Float_M1>(x, dims, rec, false, Apply(fn::relu6_f32, x));
+  ExpectActivation<kernel::HSwish_AVX_Float_M1>(x, dims, rec, false, Apply(fn::hswish_f32, x));
+  std::vector<float> sig(n), leaky(n), prelu(x);
   for (std::uint32_t i = 0; i < n; ++i) sig[i] = i < (n & ~7u) ? SigmoidPolynomial(x[i]) : SigmoidExact(x[i]);
-  EXPECT_TRUE(same(RunAvx<kernel::Sigmoid_AVX_Float_M1>(x, rec, false), sig));
+  ExpectActivation<kernel::Sigmoid_AVX_Float_M1>(x, dims, rec, false, sig);
   rec->activation_alpha = half_float::half(0.5f);
-  std::vector<float> leaky(n);
   fn::leaky_f32(x.data(), n, 0.5f, leaky.data());
-  EXPECT_TRUE(same(RunAvx<kernel::Leaky_AVX_Float_M1>(x, rec, false), leaky));
+  ExpectActivation<kernel::Leaky_AVX_Float_M1>(x, dims, rec, false, leaky);
   rec->weight = runtime::EncodeWeights({-0.5f});
-  std::vector<float> prelu(x);
   fn::prelu_f32(prelu.data(), n, -0.5f);
-  EXPECT_TRUE(same(RunAvx<kernel::PReLU_AVX_Float_M1>(x, rec, true), prelu));
+  ExpectActivation<kernel::PReLU_AVX_Float_M1>(x, dims, rec, true, prelu);
   auto t = MakeTensor(ElementContext(), {n}, x);
   fn::PReLU_AVX_F32_M1(t, -0.5f);
-  EXPECT_TRUE(same(Values(t), prelu));
+  EXPECT_TRUE(SameBits(Values(t), prelu, true));
 }
 
 }  // namespace

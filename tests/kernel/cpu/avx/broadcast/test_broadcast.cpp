@@ -4,22 +4,15 @@
 
 #include "kernel/cpu/avx/broadcast/broadcast.h"
 #include "kernel/cpu/element_test_util.h"
-#include "test_util.h"
 
 namespace tarn {
 namespace testing {
 namespace {
 
-std::shared_ptr<runtime::BroadcastOperatorInfo> Op(std::uint16_t code) {
-  auto r = std::make_shared<runtime::BroadcastOperatorInfo>();
-  r->op_type = code;
-  return r;
-}
-
 template <typename K>
 void CheckChannelMul(unsigned lanes, runtime::TensorShape::Layout layout, unsigned pixels_w) {
   auto ctx = ElementContext();
-  auto k = Configured<K>(Op(2), ctx);
+  auto k = Configured<K>(BroadcastOp(2), ctx);
   const unsigned blocks = 3, h = 2;
   auto scale = MakeTensor(ctx, {blocks, 1, 1, lanes}, TestValues(blocks * lanes, -2, 2, 1, 5), layout);
   auto data =
@@ -52,10 +45,10 @@ INSTANTIATE_TEST_SUITE_P(Widths, ChannelMulWidths, ::testing::Range(1, 10), TRN_
 TEST(ChannelMul, RecordAndShapeChecks) {
   auto ctx = ElementContext();
   kernel::BroadcastOperator_C4114_Mul_C4HW4_AVX_Float_M1 k;
-  EXPECT_EQ(k.IsValidParam(Op(2), nullptr), 0);
-  EXPECT_EQ(k.IsValidParam(Op(0), nullptr), kernel::kInvalidParam);
-  EXPECT_EQ(k.IsValidParam(Op(2), std::make_shared<runtime::InferenceParam>()), kernel::kInvalidParam);
-  EXPECT_FALSE(k.Config(Op(3), nullptr, ctx));
+  EXPECT_EQ(k.IsValidParam(BroadcastOp(2), nullptr), 0);
+  EXPECT_EQ(k.IsValidParam(BroadcastOp(0), nullptr), kernel::kInvalidParam);
+  EXPECT_EQ(k.IsValidParam(BroadcastOp(2), std::make_shared<runtime::InferenceParam>()), kernel::kInvalidParam);
+  EXPECT_FALSE(k.Config(BroadcastOp(3), nullptr, ctx));
   const auto C4 = runtime::TensorShape::C4HW4;
   auto scale = MakeTensor(ctx, {2, 1, 1, 4}, {}, C4);
   auto data = MakeTensor(ctx, {2, 3, 5, 4}, {}, C4);

@@ -10,7 +10,6 @@
 #include "kernel/cpu/fallback/activation/activation.h"
 #include "reference/reference_data.h"
 #include "tarn/kernel/activation.h"
-#include "test_util.h"
 
 namespace tarn {
 namespace testing {
@@ -22,65 +21,43 @@ namespace fn = kernel::functional;
 const float kNaN = std::numeric_limits<float>::quiet_NaN();
 const float kInf = std::numeric_limits<float>::infinity();
 
-float Apply(void (*f)(const float*, const std::uint32_t&, float*), float x) {
-  float y;
-  const std::uint32_t one = 1;
-  f(&x, one, &y);
-  return y;
-}
+float Apply1(ElementFn f, float x) { return Apply(f, {x})[0]; }
 
-TEST(ActivationScalar, ReluClearsNegativesAndSignedZeroKeepsNaN) {
-  EXPECT_EQ(Bits(Apply(fn::relu_f32, -2.5f)), Bits(0.0f));
-  EXPECT_EQ(Bits(Apply(fn::relu_f32, -0.0f)), Bits(0.0f));  // +0.0, not -0.0
-  EXPECT_EQ(Apply(fn::relu_f32, 3.25f), 3.25f);
-  EXPECT_EQ(Bits(Apply(fn::relu_f32, FromBits(0x7fc12345u))), 0x7fc12345u);
-  EXPECT_EQ(Apply(fn::relu_f32, -kInf), 0.0f);
-  EXPECT_EQ(Apply(fn::relu_f32, kInf), kInf);
-}
-
-TEST(ActivationScalar, Relu6SaturatesAtExactlySix) {
-  EXPECT_EQ(Bits(Apply(fn::relu6_f32, 7.5f)), Bits(6.0f));
-  EXPECT_EQ(Apply(fn::relu6_f32, kInf), 6.0f);
-  EXPECT_EQ(Apply(fn::relu6_f32, -1.0f), 0.0f);
-  EXPECT_EQ(Apply(fn::relu6_f32, 5.999f), 5.999f);
-  EXPECT_TRUE(std::isnan(Apply(fn::relu6_f32, kNaN)));
-}
-
-TEST(ActivationScalar, HSigmoidEdges) {
-  EXPECT_EQ(Bits(Apply(fn::hsigmoid_f32, 3.0f)), Bits(1.0f));
-  EXPECT_EQ(Bits(Apply(fn::hsigmoid_f32, 100.0f)), Bits(1.0f));
-  EXPECT_EQ(Bits(Apply(fn::hsigmoid_f32, -3.0f)), Bits(0.0f));
-  EXPECT_EQ(Bits(Apply(fn::hsigmoid_f32, -50.0f)), Bits(0.0f));
-  EXPECT_EQ(Apply(fn::hsigmoid_f32, 0.0f), 3.0f * 0.16666667f);
-  EXPECT_EQ(Bits(Apply(fn::hsigmoid_f32, kNaN)), Bits(0.0f));  // !(NaN > 0)
-}
-
-TEST(ActivationScalar, HSwishKeepsTheSignOfItsZeroAndReturnsLargeInputs) {
-  // x <= -3 yields x * 0.0: negative x gives -0.0 on purpose.
-  EXPECT_EQ(Bits(Apply(fn::hswish_f32, -4.0f)), Bits(-0.0f));
-  EXPECT_EQ(Bits(Apply(fn::hswish_f32, -3.0f)), Bits(-0.0f));
-  EXPECT_EQ(Apply(fn::hswish_f32, 3.0f), 3.0f);
-  EXPECT_EQ(Apply(fn::hswish_f32, 1234.5f), 1234.5f);
-  EXPECT_EQ(Apply(fn::hswish_f32, 1.0f), 1.0f * (4.0f * 0.16666667f));
-  EXPECT_TRUE(std::isnan(Apply(fn::hswish_f32, -kInf)));  // -inf * 0
+// The element rules, bit-exact (a quiet NaN without payload, kNaN, stands for
+// any NaN). ReLU clears negatives and -0.0 to +0.0 and keeps NaN payloads;
+// ReLU6 saturates at exactly six; HSigmoid gives 0 for NaN (!(NaN > 0));
+// HSwish gives x * 0.0 for x <= -3, so -0.0 on purpose and NaN for -inf, and
+// large inputs as they are.
+TEST(ActivationScalar, ElementRules) {
+  const float payload = FromBits(0x7fc12345u), sixth = 0.16666667f;
+  const std::pair<ElementFn, std::vector<std::pair<float, float>>> rules[] = {
+      {fn::relu_f32, {{-2.5f, 0.0f}, {-0.0f, 0.0f}, {3.25f, 3.25f}, {payload, payload}, {-kInf, 0.0f}, {kInf, kInf}}},
+      {fn::relu6_f32, {{7.5f, 6.0f}, {kInf, 6.0f}, {-1.0f, 0.0f}, {5.999f, 5.999f}, {kNaN, kNaN}}},
+      {fn::hsigmoid_f32,
+       {{3.0f, 1.0f}, {100.0f, 1.0f}, {-3.0f, 0.0f}, {-50.0f, 0.0f}, {0.0f, 3.0f * sixth}, {kNaN, 0.0f}}},
+      {fn::hswish_f32,
+       {{-4.0f, -0.0f}, {-3.0f, -0.0f}, {3.0f, 3.0f}, {1234.5f, 1234.5f}, {1.0f, 4.0f * sixth}, {-kInf, kNaN}}}};
+  for (const auto& [f, cases] : rules) {
+    for (const auto& [x, want] : cases) {
+      const float got = Apply1(f, x);
+      EXPECT_TRUE(Bits(got) == Bits(want) || (Bits(want) == Bits(kNaN) && std::isnan(got))) << x << " gave " << got;
+    }
+  }
 }
 
 TEST(ActivationScalar, LeakyAndLinear) {
   float y;
   const std::uint32_t one = 1;
-  const float alpha = 0.125f, beta = -2.0f;
   float x = -8.0f;
-  fn::leaky_f32(&x, one, alpha, &y);
+  fn::leaky_f32(&x, one, 0.125f, &y);
   EXPECT_EQ(y, -1.0f);
   x = kNaN;
-  fn::leaky_f32(&x, one, alpha, &y);
+  fn::leaky_f32(&x, one, 0.125f, &y);
   EXPECT_TRUE(std::isnan(y));
   // linear is one fused multiply-add: no intermediate rounding.
   x = 1.0f + std::ldexp(1.0f, -12);
-  const float a = 1.0f - std::ldexp(1.0f, -12), b = -1.0f;
-  fn::linear_f32(&x, one, a, b, &y);
+  fn::linear_f32(&x, one, 1.0f - std::ldexp(1.0f, -12), -1.0f, &y);
   EXPECT_EQ(y, -std::ldexp(1.0f, -24));
-  (void)beta;
 }
 
 // relu_f32 / relu6_f32 / linear_f32 take 8 per step only when source and
@@ -94,17 +71,17 @@ TEST_P(ActivationFallbackCounts, BlockedAndInPlacePathsAgree) {
   for (auto f : {fn::relu_f32, fn::relu6_f32}) {
     std::vector<float> apart(n), shifted(x.begin(), x.end()), expect(n);
     f(x.data(), n, apart.data());
-    for (std::uint32_t i = 0; i < n; ++i) expect[i] = Apply(f, x[i]);
-    EXPECT_TRUE(SameBits(apart.data(), expect.data(), n));
+    for (std::uint32_t i = 0; i < n; ++i) expect[i] = Apply1(f, x[i]);
+    EXPECT_TRUE(SameBits(apart, expect));
     // Overlapping by 3 floats: the plain loop reads each source before it is overwritten.
     f(shifted.data() + 3, n, shifted.data());
-    for (std::uint32_t i = 0; i < n; ++i) expect[i] = Apply(f, x[i + 3]);
+    for (std::uint32_t i = 0; i < n; ++i) expect[i] = Apply1(f, x[i + 3]);
     EXPECT_TRUE(SameBits(shifted.data(), expect.data(), n));
   }
   std::vector<float> lin(n), expect(n);
   fn::linear_f32(x.data(), n, 0.75f, 0.5f, lin.data());
   for (std::uint32_t i = 0; i < n; ++i) expect[i] = std::fma(x[i], 0.75f, 0.5f);
-  EXPECT_TRUE(SameBits(lin.data(), expect.data(), n, true));
+  EXPECT_TRUE(SameBits(lin, expect, true));
 }
 
 INSTANTIATE_TEST_SUITE_P(Counts, ActivationFallbackCounts, ::testing::Range(0, 71), TRN_INDEX_NAMES);
@@ -113,19 +90,17 @@ TEST(ActivationKernel, CountIsTheDimProductAndOneWithoutDims) {
   EXPECT_EQ(ActivationElementCount(runtime::MakeShape({2, 3, 5})), 30u);
   EXPECT_EQ(ActivationElementCount(runtime::MakeShape({})), 1u);
   EXPECT_EQ(ActivationElementCount(runtime::MakeShape({4, 0, 5})), 0u);
-}
-
-TEST(ActivationKernel, RankZeroTensorIsOneElementForTheSigmoidHelper) {
+  // The tensor helpers: a rank-zero tensor is one element, an empty one is not touched.
   auto ctx = ElementContext();
   auto t = MakeTensor(ctx, {}, {0.0f});
   fn::Sigmoid_F32_M2(t);
   EXPECT_EQ(t->DataAs<float>()[0], 0.5f);
   auto empty = MakeTensor(ctx, {0, 4}, {});
-  fn::Sigmoid_F32_M2(empty);  // nothing to do, nothing touched
+  fn::Sigmoid_F32_M2(empty);
   fn::PReLU_F32(empty, 2.0f);
 }
 
-TEST(ActivationKernel, OutOfPlaceKeepsInputAndShape) {
+TEST(ActivationKernel, OutOfPlaceRecordAndInputChecks) {
   auto ctx = ElementContext();
   auto in = MakeTensor(ctx, {2, 2, 2, 4}, TestValues(32, -5, 5, 1), runtime::TensorShape::C4HW4);
   const std::vector<float> before = Values(in);
@@ -135,38 +110,41 @@ TEST(ActivationKernel, OutOfPlaceKeepsInputAndShape) {
   ASSERT_TRUE(out);
   EXPECT_NE(out.get(), in.get());
   EXPECT_EQ(out->shape, in->shape);
-  EXPECT_TRUE(SameBits(Values(in).data(), before.data(), 32));
+  EXPECT_TRUE(SameBits(Values(in), before));
   for (size_t i = 0; i < 32; ++i) EXPECT_EQ(Values(out)[i], std::min(std::max(before[i], 0.0f), 6.0f));
-}
-
-TEST(ActivationKernel, NonActivationRecordIsAFatalError) {
-  auto ctx = ElementContext();
-  kernel::Sigmoid_Fallback_Float_M1 k;
-  EXPECT_EQ(k.IsValidParam(std::make_shared<runtime::InputInfo>(), nullptr), kernel::kInvalidParam);
-  EXPECT_NE(ThrownMessage([&] { k.Config(std::make_shared<runtime::InputInfo>(), nullptr, ctx); }), "");
-  EXPECT_NE(ThrownMessage([&] { k.Config(nullptr, nullptr, ctx); }), "");
-  EXPECT_FALSE(k.IsConfiged());
-}
-
-TEST(ActivationKernel, InputChecks) {
-  auto ctx = ElementContext();
-  kernel::ReLU_Fallback_Float_M1 k;
+  // A record of another type is a fatal error.
+  kernel::Sigmoid_Fallback_Float_M1 s;
+  EXPECT_EQ(s.IsValidParam(std::make_shared<runtime::InputInfo>(), nullptr), kernel::kInvalidParam);
+  EXPECT_NE(ThrownMessage([&] { s.Config(std::make_shared<runtime::InputInfo>(), nullptr, ctx); }), "");
+  EXPECT_NE(ThrownMessage([&] { s.Config(nullptr, nullptr, ctx); }), "");
+  EXPECT_FALSE(s.IsConfiged());
+  // One float tensor whose element count fits 32 bits (a larger one would wrap the count).
+  kernel::ReLU_Fallback_Float_M1 r;
   auto f = MakeTensor(ctx, {3}, {1, 2, 3});
-  auto i32 = ctx->cpu->CreateTensor(runtime::MakeShape({3}, runtime::TensorShape::INT32));
-  EXPECT_EQ(k.IsValidInput({f}), 0);
-  EXPECT_EQ(k.IsValidInput({}), kernel::kInvalidTensor);
-  EXPECT_EQ(k.IsValidInput({f, f}), kernel::kInvalidTensor);
-  EXPECT_EQ(k.IsValidInput({i32}), kernel::kInvalidTensor);
-  EXPECT_EQ(k.IsValidInput({nullptr}), kernel::kInvalidTensor);
-  // A shape whose element count does not fit 32 bits would wrap the count.
   float dummy = 0;
-  auto huge = ctx->cpu->CreateExternalTensor(runtime::MakeShape({65536, 65536, 2}), &dummy);
-  EXPECT_EQ(k.IsValidInput({huge}), kernel::kInvalidTensor);
+  EXPECT_EQ(r.IsValidInput({f}), 0);
+  EXPECT_EQ(r.IsValidInput({}), kernel::kInvalidTensor);
+  EXPECT_EQ(r.IsValidInput({f, f}), kernel::kInvalidTensor);
+  EXPECT_EQ(r.IsValidInput({ctx->cpu->CreateTensor(runtime::MakeShape({3}, runtime::TensorShape::INT32))}),
+            kernel::kInvalidTensor);
+  EXPECT_EQ(r.IsValidInput({nullptr}), kernel::kInvalidTensor);
+  EXPECT_EQ(r.IsValidInput({ctx->cpu->CreateExternalTensor(runtime::MakeShape({65536, 65536, 2}), &dummy)}),
+            kernel::kInvalidTensor);
 }
 
 TEST(ActivationKernel, LeakyAndLinearTakeTheWidenedHalves) {
   auto ctx = ElementContext();
+  kernel::Linear_Fallback_Float_M1 fresh;
+  EXPECT_EQ(fresh.params->alpha, 1.0f);
+  EXPECT_EQ(fresh.params->beta, 0.0f);
   auto rec = std::make_shared<runtime::ActivationInfo>();
+  // With the default record Linear is the identity in value: fmaf(-0.0, 1,
+  // +0.0) is +0.0, so zeros lose their sign.
+  const std::vector<float> x = TestValues(37, -1e6f, 1e6f, 3, 6);
+  auto out = RunKernel(Configured<kernel::Linear_Fallback_Float_M1>(rec, ctx), {MakeTensor(ctx, {37}, x)}, ctx);
+  ASSERT_TRUE(out);
+  const std::vector<float> y = Values(out);
+  for (size_t i = 0; i < x.size(); ++i) EXPECT_TRUE(y[i] == x[i] || (std::isnan(y[i]) && std::isnan(x[i]))) << i;
   rec->activation_alpha = half_float::half(0.1f);  // 0.0999755859375 as a half
   rec->activation_beta = half_float::half(-0.5f);
   auto leaky = Configured<kernel::Leaky_Fallback_Float_M1>(rec, ctx);
@@ -175,24 +153,10 @@ TEST(ActivationKernel, LeakyAndLinearTakeTheWidenedHalves) {
   EXPECT_EQ(linear->params->alpha, 0.0999755859375f);
   EXPECT_EQ(linear->params->beta, -0.5f);
   auto in = MakeTensor(ctx, {4}, {-10, 10, 0, 2});
-  auto out = RunKernel(linear, {in}, ctx);
+  out = RunKernel(linear, {in}, ctx);
   ASSERT_TRUE(out);
   EXPECT_EQ(Values(out)[0], std::fma(-10.0f, 0.0999755859375f, -0.5f));
   EXPECT_EQ(Values(RunKernel(leaky, {in}, ctx))[0], -10.0f * 0.0999755859375f);
-}
-
-TEST(ActivationKernel, LinearWithDefaultRecordIsIdentity) {
-  auto ctx = ElementContext();
-  kernel::Linear_Fallback_Float_M1 fresh;
-  EXPECT_EQ(fresh.params->alpha, 1.0f);
-  EXPECT_EQ(fresh.params->beta, 0.0f);
-  auto k = Configured<kernel::Linear_Fallback_Float_M1>(std::make_shared<runtime::ActivationInfo>(), ctx);
-  const std::vector<float> x = TestValues(37, -1e6f, 1e6f, 3, 6);
-  auto out = RunKernel(k, {MakeTensor(ctx, {37}, x)}, ctx);
-  ASSERT_TRUE(out);
-  // Identity in value: fmaf(-0.0, 1, +0.0) is +0.0, so zeros lose their sign.
-  const std::vector<float> y = Values(out);
-  for (size_t i = 0; i < x.size(); ++i) EXPECT_TRUE(y[i] == x[i] || (std::isnan(y[i]) && std::isnan(x[i]))) << i;
 }
 
 TEST(ActivationKernel, PReLUUsesOnlyTheFirstSlopeAndWorksInPlace) {
@@ -213,16 +177,12 @@ TEST(ActivationKernel, PReLUUsesOnlyTheFirstSlopeAndWorksInPlace) {
   EXPECT_EQ(Bits(v[2]), Bits(-0.0f));  // not negative: untouched
   EXPECT_TRUE(std::isnan(v[3]));
   EXPECT_EQ(v[4], -kInf);
-}
-
-TEST(ActivationKernel, PReLUWithoutWeightStaysUnconfigured) {
-  auto ctx = ElementContext();
-  kernel::PReLU_Fallback_Float_M1 k;
-  EXPECT_FALSE(k.Config(std::make_shared<runtime::ActivationInfo>(), nullptr, ctx));
-  EXPECT_FALSE(k.IsConfiged());
-  auto rec = std::make_shared<runtime::ActivationInfo>();
+  // Without a decodable weight it stays unconfigured.
+  kernel::PReLU_Fallback_Float_M1 none;
+  EXPECT_FALSE(none.Config(std::make_shared<runtime::ActivationInfo>(), nullptr, ctx));
+  EXPECT_FALSE(none.IsConfiged());
   rec->weight = "AAA";  // decodes to fewer than 4 bytes: no float
-  EXPECT_FALSE(k.Config(rec, nullptr, ctx));
+  EXPECT_FALSE(none.Config(rec, nullptr, ctx));
 }
 
 TEST(ActivationLegacy, TransActivationTypeFrom1To2) {
@@ -240,9 +200,8 @@ TEST(ActivationLegacy, TransActivationTypeFrom1To2) {
 template <typename K>
 std::vector<float> RunOn(const RefCase& c, const std::shared_ptr<runtime::ActivationInfo>& rec) {
   auto ctx = ElementContext();
-  auto k = Configured<K>(rec, ctx);
   auto in = MakeTensor(ctx, {static_cast<unsigned>(c.inputs[0].data.size())}, c.inputs[0].data);
-  auto out = RunKernel(k, {in}, ctx);
+  auto out = RunKernel(Configured<K>(rec, ctx), {in}, ctx);
   return out ? Values(out) : std::vector<float>();
 }
 

@@ -7,22 +7,15 @@
 #include "kernel/cpu/element_test_util.h"
 #include "kernel/cpu/fallback/broadcast/broadcast.h"
 #include "tarn/kernel/broadcast.h"
-#include "test_util.h"
 
 namespace tarn {
 namespace testing {
 namespace {
 
-std::shared_ptr<runtime::BroadcastOperatorInfo> Op(std::uint16_t code) {
-  auto r = std::make_shared<runtime::BroadcastOperatorInfo>();
-  r->op_type = code;
-  return r;
-}
-
 std::shared_ptr<runtime::Tensor> RunBroadcast(std::uint16_t code, const std::shared_ptr<runtime::TensorCPU>& a,
                                               const std::shared_ptr<runtime::TensorCPU>& b) {
   auto ctx = ElementContext();
-  auto k = Configured<kernel::BroadcastOperator_Fallback_Float_M1>(Op(code), ctx);
+  auto k = Configured<kernel::BroadcastOperator_Fallback_Float_M1>(BroadcastOp(code), ctx);
   return RunKernel(k, {a, b}, ctx);
 }
 
@@ -113,14 +106,14 @@ TEST(Broadcast, ShapeChecks) {
   auto wide = ctx->cpu->CreateExternalTensor(runtime::MakeShape({1, 100000}), dummy);
   auto tall = ctx->cpu->CreateExternalTensor(runtime::MakeShape({100000, 1}), dummy);
   EXPECT_EQ(k.IsValidInput({wide, tall}), kernel::kInvalidTensor);
-  EXPECT_EQ(k.IsValidParam(Op(9), nullptr), 0);  // any record passes
-  EXPECT_EQ(k.IsValidParam(Op(0), std::make_shared<runtime::InferenceParam>()), kernel::kInvalidParam);
+  EXPECT_EQ(k.IsValidParam(BroadcastOp(9), nullptr), 0);  // any record passes
+  EXPECT_EQ(k.IsValidParam(BroadcastOp(0), std::make_shared<runtime::InferenceParam>()), kernel::kInvalidParam);
   EXPECT_EQ(k.IsValidParam(std::make_shared<runtime::ElementWiseOperatorInfo>(), nullptr), kernel::kInvalidParam);
 }
 
 TEST(Broadcast, UnknownCodeHasNoOperation) {
   auto ctx = ElementContext();
-  auto k = Configured<kernel::BroadcastOperator_Fallback_Float_M1>(Op(17), ctx);
+  auto k = Configured<kernel::BroadcastOperator_Fallback_Float_M1>(BroadcastOp(17), ctx);
   auto a = MakeTensor(ctx, {2}, {1, 2});
   std::vector<std::shared_ptr<runtime::Tensor>> outputs;
   EXPECT_FALSE(k->Forward({a, a}, outputs, ctx));

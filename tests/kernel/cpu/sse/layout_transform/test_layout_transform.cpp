@@ -8,8 +8,6 @@
 #include "kernel/cpu/avx/layout_transform/layout_transform.h"
 #include "kernel/cpu/element_test_util.h"
 #include "kernel/cpu/sse/layout_transform/layout_transform.h"
-#include "tarn/kernel/layout_transform.h"
-#include "test_util.h"
 
 namespace tarn {
 namespace testing {
@@ -82,7 +80,7 @@ TEST_P(LayoutPixels, EveryMemberMovesEveryBit) {
       auto out = RunKernel(k, {t}, ctx);
       ASSERT_TRUE(out) << k->GetName();
       EXPECT_EQ(out->shape.layout, LayoutOf(m.to_lanes));
-      EXPECT_TRUE(SameBits(Values(out).data(), want.data(), want.size())) << k->GetName() << " " << h << "x" << w;
+      EXPECT_TRUE(SameBits(Values(out), want)) << k->GetName() << " " << h << "x" << w;
     }
   }
 }
@@ -94,23 +92,18 @@ TEST(LayoutTransform, RoundTripsAreBitExact) {
   auto ctx = ElementContext();
   const std::vector<float> x = Patterns(8 * 7 * 9, 5);
   auto chw = MakeTensor(ctx, {8, 7, 9}, x);
-  auto run = [&](std::shared_ptr<runtime::IKernel> k, std::shared_ptr<runtime::Tensor> t) {
-    return RunKernel(k, {t}, ctx);
-  };
   using namespace kernel;
-  auto c4 = run(std::make_shared<LayoutTransform_MainMemory_CHW_Float_To_C4HW4_SSE_M2>(), chw);
+  auto c4 = RunKernel(std::make_shared<LayoutTransform_MainMemory_CHW_Float_To_C4HW4_SSE_M2>(), {chw}, ctx);
   ASSERT_TRUE(c4);
-  auto back = run(std::make_shared<LayoutTransform_MainMemory_C4HW4_Float_To_CHW_SSE_M1>(), c4);
-  ASSERT_TRUE(back);
-  EXPECT_TRUE(SameBits(Values(back).data(), x.data(), x.size()));
-  auto c8 = run(std::make_shared<LayoutTransform_MainMemory_C4HW4_Float_To_C8HW8_SSE_M1>(), c4);
-  ASSERT_TRUE(c8);
-  auto c4again = run(std::make_shared<LayoutTransform_MainMemory_C8HW8_Float_To_C4HW4_SSE_M1>(), c8);
-  ASSERT_TRUE(c4again);
-  EXPECT_TRUE(SameBits(Values(c4again).data(), Values(c4).data(), x.size()));
-  auto chw2 = run(std::make_shared<LayoutTransform_MainMemory_C8HW8_Float_To_CHW_SSE_M2>(), c8);
-  ASSERT_TRUE(chw2);
-  EXPECT_TRUE(SameBits(Values(chw2).data(), x.data(), x.size()));
+  auto back = RunKernel(std::make_shared<LayoutTransform_MainMemory_C4HW4_Float_To_CHW_SSE_M1>(), {c4}, ctx);
+  auto c8 = RunKernel(std::make_shared<LayoutTransform_MainMemory_C4HW4_Float_To_C8HW8_SSE_M1>(), {c4}, ctx);
+  ASSERT_TRUE(back && c8);
+  EXPECT_TRUE(SameBits(Values(back), x));
+  auto c4again = RunKernel(std::make_shared<LayoutTransform_MainMemory_C8HW8_Float_To_C4HW4_SSE_M1>(), {c8}, ctx);
+  auto chw2 = RunKernel(std::make_shared<LayoutTransform_MainMemory_C8HW8_Float_To_CHW_SSE_M2>(), {c8}, ctx);
+  ASSERT_TRUE(c4again && chw2);
+  EXPECT_TRUE(SameBits(Values(c4again), Values(c4)));
+  EXPECT_TRUE(SameBits(Values(chw2), x));
 }
 
 TEST(LayoutTransform, InputChecks) {
