@@ -25,6 +25,10 @@ void im2col_chw_f32_sse_m0(int i_imgC, int i_imgH, int i_imgW, int i_colC, int i
 void im2col_c4hw4_f32_sse_m0(int i_imgC, int i_imgH, int i_imgW, int i_colC, int i_colH, int i_colW, int i_kernelY,
                              int i_kernelX, int i_strideY, int i_strideX, int i_dilateY, int i_dilateX, float* img,
                              float* col);
+// The same on C8HW8: every moved element is one 8-float pixel vector.
+void im2col_c8hw8_f32_sse_m0(int i_imgC, int i_imgH, int i_imgW, int i_colC, int i_colH, int i_colW, int i_kernelY,
+                             int i_kernelX, int i_strideY, int i_strideX, int i_dilateY, int i_dilateX, float* img,
+                             float* col);
 
 // 1x1 cores. Every one takes the same argument list; kernel, stride,
 // dilation and group arguments must all be 1. i_srcC / i_dstC count stored

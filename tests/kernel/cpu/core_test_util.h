@@ -1,12 +1,15 @@
 // Running a raw 1x1 convolution core against a double reference: random
 // input and initial output in the core's layouts (zero tail lanes), weights
 // packed in the core's order, dst = dst0 + W x checked within the shared
-// tolerance, and tail lanes checked to stay zero.
+// tolerance, and tail lanes checked to stay zero. Also the width sweep and
+// the argument checks every family's cores are put through.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "kernel/cpu/conv_test_util.h"
@@ -64,18 +67,8 @@ inline ::testing::AssertionResult CheckCore(const CoreDesc& core, unsigned c, un
           static_cast<int>(Stored(c, core.in_lanes)), static_cast<int>(n), 1, 1, 1, 1, 1, 1, 1, packed.data(),
           static_cast<int>(Stored(n, core.out_lanes)), static_cast<int>(h), static_cast<int>(w), dst.data());
 
-  Ref ref{std::vector<double>(dst0.size()), std::vector<double>(dst0.size())};
-  for (unsigned o = 0; o < n; ++o)
-    for (unsigned p = 0; p < h * w; ++p) {
-      double v = dst0[std::size_t(o) * h * w + p], s = std::fabs(v);
-      for (unsigned i = 0; i < c; ++i) {
-        const double t = double(weight[std::size_t(o) * c + i]) * x[std::size_t(i) * h * w + p];
-        v += t;
-        s += std::fabs(t);
-      }
-      ref.value[std::size_t(o) * h * w + p] = v;
-      ref.scale[std::size_t(o) * h * w + p] = s;
-    }
+  const Ref ref = AddInitial(NaiveConv2d(ConvGeom{c, n, h, w, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, false}, x, weight, {}),
+                             dst0);
   const std::vector<float> got = core.out_lanes == 1 ? dst : FromBlocked(dst.data(), n, h, w, core.out_lanes);
   auto near = Near(got, ref);
   if (!near) return near;
@@ -83,6 +76,47 @@ inline ::testing::AssertionResult CheckCore(const CoreDesc& core, unsigned c, un
     return ::testing::AssertionFailure() << "tail lanes changed";
   }
   return ::testing::AssertionSuccess();
+}
+
+// Widths 1..17 hit the eight-pixel bodies and every tail length; heights 1
+// and 3 cover one row and several.
+inline void ExpectCoreWidths(const CoreDesc& core, std::pair<unsigned, unsigned> channels) {
+  for (unsigned h : {1u, 3u}) {
+    for (unsigned w = 1; w <= 17; ++w) {
+      EXPECT_TRUE(CheckCore(core, channels.first, channels.second, h, w, 10 * w + h))
+          << core.name << " h " << h << " w " << w;
+    }
+  }
+}
+
+// Test names of (core index, channel pair) parameters.
+template <const CoreDesc* kCores>
+std::string CoreCaseName(const ::testing::TestParamInfo<std::tuple<int, std::pair<unsigned, unsigned>>>& info) {
+  const auto& pair = std::get<1>(info.param);
+  return std::string(kCores[std::get<0>(info.param)].name) + "_" + std::to_string(pair.first) + "to" +
+         std::to_string(pair.second);
+}
+
+// A core call that must end the process with the named assertion: the
+// integer arguments in order (inChannels, srcH, srcW, srcC, outChannels,
+// kernelY, kernelX, strideY, strideX, dilateY, dilateX, groups, dstC, dstH,
+// dstW); every pointer is a zeroed scratch buffer.
+struct CoreDeath {
+  CoreFn fn;
+  int a[15];
+  const char* text;
+};
+
+inline void ExpectCoreDeaths(std::initializer_list<CoreDeath> cases) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  std::vector<float> buf(8192, 0.0f);
+  float* b = buf.data();
+  for (const CoreDeath& c : cases) {
+    const int* a = c.a;
+    EXPECT_DEATH(c.fn(a[0], a[1], a[2], b, a[3], a[4], a[5], a[6], a[7], a[8], a[9], a[10], a[11], b, a[12], a[13],
+                      a[14], b),
+                 Quoted(c.text));
+  }
 }
 
 }  // namespace conv

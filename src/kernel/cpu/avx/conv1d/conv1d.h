@@ -14,7 +14,7 @@ class Conv1d_K3_S1_D1_G1_AVX_CL_FLOAT_M1 : public Conv1DKernelBase {
   ~Conv1d_K3_S1_D1_G1_AVX_CL_FLOAT_M1() override;
   TRN_KERNEL_NAME(Conv1d_K3_S1_D1_G1_AVX_CL_FLOAT_M1)
   Conv1d_K3_S1_D1_G1_AVX_CL_FLOAT_M1() : Conv1DKernelBase(true) {}
-  TRN_CONV1D_FORWARD
+  TRN_LAYER_FORWARD
 };
 
 }  // namespace kernel

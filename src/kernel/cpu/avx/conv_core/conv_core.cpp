@@ -3,8 +3,8 @@
 
 #include <cstddef>
 
+#include "kernel/cpu/fallback/conv_core/core_checks.h"
 #include "tarn/kernel/native_conv.h"
-#include "tarn/utility/log.h"
 
 namespace tarn {
 namespace kernel {
@@ -12,17 +12,6 @@ namespace native {
 namespace {
 
 using std::ptrdiff_t;
-
-// Checks shared by every 1x1 core after its layout rules.
-#define TARN_CHECK_1X1_GEOMETRY()                                                          \
-  TARN_NATIVE_ASSERT(i_kernelX == 1);                                                      \
-  TARN_NATIVE_ASSERT(i_kernelY == 1);                                                      \
-  TARN_NATIVE_ASSERT(i_strideX == 1);                                                      \
-  TARN_NATIVE_ASSERT(i_strideY == 1);                                                      \
-  TARN_NATIVE_ASSERT(i_dilateX == 1);                                                      \
-  TARN_NATIVE_ASSERT(i_dilateY == 1);                                                      \
-  TARN_NATIVE_ASSERT((i_srcH - i_dilateY * (i_kernelY - 1) - 1) / i_strideY + 1 == i_dstH); \
-  TARN_NATIVE_ASSERT((i_srcW - i_dilateX * (i_kernelX - 1) - 1) / i_strideX + 1 == i_dstW)
 
 inline void LoadTile8(const float* tile, __m256* w) {
   for (int k = 0; k < 8; ++k) w[k] = _mm256_loadu_ps(tile + 8 * k);
@@ -331,31 +320,38 @@ void RowC8ToCHW(const float* s, float* d, ptrdiff_t planeStride, int planes, int
   }
 }
 
-}  // namespace
-
-void conv2d_k1x1_s1x1_d1x1_g1_c4hw4_f32_avx_m0(TARN_CONV_CORE_PARAMS) {
-  TARN_NATIVE_ASSERT(i_groups == 1);
-  TARN_NATIVE_ASSERT((i_inChannels + 3) / 4 == i_srcC);
-  TARN_NATIVE_ASSERT((i_outChannels + 3) / 4 == i_dstC);
-  TARN_CHECK_1X1_GEOMETRY();
-  if (i_dstC <= 0 || i_dstH <= 0 || i_dstW <= 0) return;
-  const ptrdiff_t row = ptrdiff_t(i_dstW) * 4, plane = row * i_dstH;
-  __m256 w[4];
-  for (int ob = 0; ob < i_dstC; ++ob) {
-    for (int ib = 0; ib < i_srcC; ++ib) {
-      LoadTile4Twice(weight + (ptrdiff_t(ob) * i_srcC + ib) * 16, 4, w);
-      const float* s = src + ib * plane;
-      float* d = dst + ob * plane;
-      for (int y = 0; y < i_dstH; ++y, s += row, d += row) RowC4(s, d, i_dstW, w);
+// For every tile (ob, ib) of the weight: `load` fills the registers from the
+// tile, then `row` sweeps each row of input block ib into output block ob.
+template <typename Load, typename Row>
+void SweepTiles(int outBlocks, int inBlocks, ptrdiff_t tileFloats, const float* weight, const float* src,
+                ptrdiff_t srcRow, float* dst, ptrdiff_t dstRow, int height, Load load, Row row) {
+  const ptrdiff_t srcPlane = srcRow * height, dstPlane = dstRow * height;
+  __m256 w[8];
+  for (int ob = 0; ob < outBlocks; ++ob) {
+    for (int ib = 0; ib < inBlocks; ++ib) {
+      load(weight + (ptrdiff_t(ob) * inBlocks + ib) * tileFloats, w);
+      const float* s = src + ib * srcPlane;
+      float* d = dst + ob * dstPlane;
+      for (int y = 0; y < height; ++y, s += srcRow, d += dstRow) row(s, d, w);
     }
   }
 }
 
+}  // namespace
+
+void conv2d_k1x1_s1x1_d1x1_g1_c4hw4_f32_avx_m0(TARN_CONV_CORE_PARAMS) {
+  TARN_CHECK_CORE_CHANNELS((i_inChannels + 3) / 4, (i_outChannels + 3) / 4);
+  TARN_CHECK_CORE_GEOMETRY(1, 1);
+  if (i_dstC <= 0 || i_dstH <= 0 || i_dstW <= 0) return;
+  const ptrdiff_t row = ptrdiff_t(i_dstW) * 4;
+  SweepTiles(
+      i_dstC, i_srcC, 16, weight, src, row, dst, row, i_dstH, [](const float* t, __m256* w) { LoadTile4Twice(t, 4, w); },
+      [&](const float* s, float* d, const __m256* w) { RowC4(s, d, i_dstW, w); });
+}
+
 void conv2d_k1x1_s1x1_d1x1_g1_c4hw4_f32_avx_m1(TARN_CONV_CORE_PARAMS) {
-  TARN_NATIVE_ASSERT(i_groups == 1);
-  TARN_NATIVE_ASSERT((i_inChannels + 3) / 4 == i_srcC);
-  TARN_NATIVE_ASSERT((i_outChannels + 3) / 4 == i_dstC);
-  TARN_CHECK_1X1_GEOMETRY();
+  TARN_CHECK_CORE_CHANNELS((i_inChannels + 3) / 4, (i_outChannels + 3) / 4);
+  TARN_CHECK_CORE_GEOMETRY(1, 1);
   if (i_dstC <= 0 || i_dstH <= 0 || i_dstW <= 0) return;
   const ptrdiff_t row = ptrdiff_t(i_dstW) * 4, plane = row * i_dstH;
   __m256 w[8];
@@ -379,46 +375,26 @@ void conv2d_k1x1_s1x1_d1x1_g1_c4hw4_f32_avx_m1(TARN_CONV_CORE_PARAMS) {
 }
 
 void conv2d_k1x1_s1x1_d1x1_g1_c8hw8_f32_avx_m0(TARN_CONV_CORE_PARAMS) {
-  TARN_NATIVE_ASSERT(i_groups == 1);
-  TARN_NATIVE_ASSERT((i_inChannels + 7) / 8 == i_srcC);
-  TARN_NATIVE_ASSERT((i_outChannels + 7) / 8 == i_dstC);
-  TARN_CHECK_1X1_GEOMETRY();
+  TARN_CHECK_CORE_CHANNELS((i_inChannels + 7) / 8, (i_outChannels + 7) / 8);
+  TARN_CHECK_CORE_GEOMETRY(1, 1);
   if (i_dstC <= 0 || i_dstH <= 0 || i_dstW <= 0) return;
-  const ptrdiff_t row = ptrdiff_t(i_dstW) * 8, plane = row * i_dstH;
-  __m256 w[8];
-  for (int ob = 0; ob < i_dstC; ++ob) {
-    for (int ib = 0; ib < i_srcC; ++ib) {
-      LoadTile8(weight + (ptrdiff_t(ob) * i_srcC + ib) * 64, w);
-      const float* s = src + ib * plane;
-      float* d = dst + ob * plane;
-      for (int y = 0; y < i_dstH; ++y, s += row, d += row) RowC8(s, d, i_dstW, w);
-    }
-  }
+  const ptrdiff_t row = ptrdiff_t(i_dstW) * 8;
+  SweepTiles(i_dstC, i_srcC, 64, weight, src, row, dst, row, i_dstH, [](const float* t, __m256* w) { LoadTile8(t, w); },
+             [&](const float* s, float* d, const __m256* w) { RowC8(s, d, i_dstW, w); });
 }
 
 void conv2d_k1x1_s1x1_d1x1_g1_c8hw8_f32_avx_m3(TARN_CONV_CORE_PARAMS) {
-  TARN_NATIVE_ASSERT(i_groups == 1);
-  TARN_NATIVE_ASSERT((i_inChannels + 7) / 8 == i_srcC);
-  TARN_NATIVE_ASSERT((i_outChannels + 7) / 8 == i_dstC);
-  TARN_CHECK_1X1_GEOMETRY();
+  TARN_CHECK_CORE_CHANNELS((i_inChannels + 7) / 8, (i_outChannels + 7) / 8);
+  TARN_CHECK_CORE_GEOMETRY(1, 1);
   if (i_dstC <= 0 || i_dstH <= 0 || i_dstW <= 0) return;
-  const ptrdiff_t row = ptrdiff_t(i_dstW) * 8, plane = row * i_dstH;
-  __m256 w[8];
-  for (int ob = 0; ob < i_dstC; ++ob) {
-    for (int ib = 0; ib < i_srcC; ++ib) {
-      LoadTile8(weight + (ptrdiff_t(ob) * i_srcC + ib) * 64, w);
-      const float* s = src + ib * plane;
-      float* d = dst + ob * plane;
-      for (int y = 0; y < i_dstH; ++y, s += row, d += row) RowC8Split(s, d, i_dstW, w);
-    }
-  }
+  const ptrdiff_t row = ptrdiff_t(i_dstW) * 8;
+  SweepTiles(i_dstC, i_srcC, 64, weight, src, row, dst, row, i_dstH, [](const float* t, __m256* w) { LoadTile8(t, w); },
+             [&](const float* s, float* d, const __m256* w) { RowC8Split(s, d, i_dstW, w); });
 }
 
 void conv2d_k1x1_s1x1_d1x1_g1_c4hw4_to_c8hw8_f32_avx_m0(TARN_CONV_CORE_PARAMS) {
-  TARN_NATIVE_ASSERT(i_groups == 1);
-  TARN_NATIVE_ASSERT((i_inChannels + 3) / 4 == i_srcC);
-  TARN_NATIVE_ASSERT((i_outChannels + 7) / 8 == i_dstC);
-  TARN_CHECK_1X1_GEOMETRY();
+  TARN_CHECK_CORE_CHANNELS((i_inChannels + 3) / 4, (i_outChannels + 7) / 8);
+  TARN_CHECK_CORE_GEOMETRY(1, 1);
   if (i_dstC <= 0 || i_dstH <= 0 || i_dstW <= 0) return;
   const ptrdiff_t srcRow = ptrdiff_t(i_dstW) * 4, srcPlane = srcRow * i_dstH;
   const ptrdiff_t dstRow = ptrdiff_t(i_dstW) * 8, dstPlane = dstRow * i_dstH;
@@ -443,10 +419,8 @@ void conv2d_k1x1_s1x1_d1x1_g1_c4hw4_to_c8hw8_f32_avx_m0(TARN_CONV_CORE_PARAMS) {
 }
 
 void conv2d_k1x1_s1x1_d1x1_g1_c8hw8_to_c4hw4_f32_avx_m0(TARN_CONV_CORE_PARAMS) {
-  TARN_NATIVE_ASSERT(i_groups == 1);
-  TARN_NATIVE_ASSERT((i_inChannels + 7) / 8 == i_srcC);
-  TARN_NATIVE_ASSERT((i_outChannels + 3) / 4 == i_dstC);
-  TARN_CHECK_1X1_GEOMETRY();
+  TARN_CHECK_CORE_CHANNELS((i_inChannels + 7) / 8, (i_outChannels + 3) / 4);
+  TARN_CHECK_CORE_GEOMETRY(1, 1);
   if (i_dstC <= 0 || i_dstH <= 0 || i_dstW <= 0) return;
   const ptrdiff_t srcRow = ptrdiff_t(i_dstW) * 8, srcPlane = srcRow * i_dstH;
   const ptrdiff_t dstRow = ptrdiff_t(i_dstW) * 4, dstPlane = dstRow * i_dstH;
@@ -472,29 +446,18 @@ void conv2d_k1x1_s1x1_d1x1_g1_c8hw8_to_c4hw4_f32_avx_m0(TARN_CONV_CORE_PARAMS) {
 }
 
 void conv2d_k1x1_s1x1_d1x1_g1_c8hw8_to_c4hw4_f32_avx_m1(TARN_CONV_CORE_PARAMS) {
-  TARN_NATIVE_ASSERT(i_groups == 1);
-  TARN_NATIVE_ASSERT((i_inChannels + 3) / 8 == i_srcC);
-  TARN_NATIVE_ASSERT((i_outChannels + 3) / 4 == i_dstC);
-  TARN_CHECK_1X1_GEOMETRY();
+  TARN_CHECK_CORE_CHANNELS((i_inChannels + 3) / 8, (i_outChannels + 3) / 4);
+  TARN_CHECK_CORE_GEOMETRY(1, 1);
   if (i_dstC <= 0 || i_dstH <= 0 || i_dstW <= 0) return;
-  const ptrdiff_t srcRow = ptrdiff_t(i_dstW) * 8, srcPlane = srcRow * i_dstH;
-  const ptrdiff_t dstRow = ptrdiff_t(i_dstW) * 4, dstPlane = dstRow * i_dstH;
-  __m256 w[8];
-  for (int ob = 0; ob < i_dstC; ++ob) {
-    for (int ib = 0; ib < i_srcC; ++ib) {
-      LoadTile4Twice(weight + (ptrdiff_t(ob) * i_srcC + ib) * 32, 8, w);
-      const float* s = src + ib * srcPlane;
-      float* d = dst + ob * dstPlane;
-      for (int y = 0; y < i_dstH; ++y, s += srcRow, d += dstRow) RowC8ToC4Pairs(s, d, i_dstW, w);
-    }
-  }
+  SweepTiles(
+      i_dstC, i_srcC, 32, weight, src, ptrdiff_t(i_dstW) * 8, dst, ptrdiff_t(i_dstW) * 4, i_dstH,
+      [](const float* t, __m256* w) { LoadTile4Twice(t, 8, w); },
+      [&](const float* s, float* d, const __m256* w) { RowC8ToC4Pairs(s, d, i_dstW, w); });
 }
 
 void conv2d_k1x1_s1x1_d1x1_g1_c8hw8_to_chw_f32_avx_m0(TARN_CONV_CORE_PARAMS) {
-  TARN_NATIVE_ASSERT(i_groups == 1);
-  TARN_NATIVE_ASSERT((i_inChannels + 7) / 8 == i_srcC);
-  TARN_NATIVE_ASSERT(i_outChannels == i_dstC);
-  TARN_CHECK_1X1_GEOMETRY();
+  TARN_CHECK_CORE_CHANNELS((i_inChannels + 7) / 8, i_outChannels);
+  TARN_CHECK_CORE_GEOMETRY(1, 1);
   if (i_dstC <= 0 || i_dstH <= 0 || i_dstW <= 0) return;
   const ptrdiff_t srcRow = ptrdiff_t(i_dstW) * 8, srcPlane = srcRow * i_dstH;
   const ptrdiff_t dstPlane = ptrdiff_t(i_dstW) * i_dstH;

@@ -12,7 +12,7 @@ class FullConnection_AVX_C_Float_M1 : public FullConnectionKernelBase {
   ~FullConnection_AVX_C_Float_M1() override;
   TRN_KERNEL_NAME(FullConnection_AVX_C_Float_M1)
   FullConnection_AVX_C_Float_M1() : FullConnectionKernelBase(InputForm::kVector) {}
-  TRN_FC_FORWARD
+  TRN_LAYER_FORWARD
 };
 
 // Flat vector, weight packed N8C88c8n (tiles rounded up with zero lanes), so
@@ -22,7 +22,7 @@ class FullConnection_AVX_C_Float_M2 : public FullConnectionKernelBase {
   ~FullConnection_AVX_C_Float_M2() override;
   TRN_KERNEL_NAME(FullConnection_AVX_C_Float_M2)
   FullConnection_AVX_C_Float_M2() : FullConnectionKernelBase(InputForm::kVector, WeightOrder::kN8C88c8n) {}
-  TRN_FC_FORWARD
+  TRN_LAYER_FORWARD
 };
 
 // Flat vector, row-major weight, eight rows per step.
@@ -31,7 +31,7 @@ class FullConnection_AVX_C_Float_M3 : public FullConnectionKernelBase {
   ~FullConnection_AVX_C_Float_M3() override;
   TRN_KERNEL_NAME(FullConnection_AVX_C_Float_M3)
   FullConnection_AVX_C_Float_M3() : FullConnectionKernelBase(InputForm::kVector) {}
-  TRN_FC_FORWARD
+  TRN_LAYER_FORWARD
 };
 
 // Flat vector, weight re-ordered into 8x8 tiles in Config; both feature
@@ -41,7 +41,7 @@ class FullConnection_AVX_C88_Float_M1 : public FullConnectionKernelBase {
   ~FullConnection_AVX_C88_Float_M1() override;
   TRN_KERNEL_NAME(FullConnection_AVX_C88_Float_M1)
   FullConnection_AVX_C88_Float_M1() : FullConnectionKernelBase(InputForm::kVector, WeightOrder::kTiles88, 8) {}
-  TRN_FC_FORWARD
+  TRN_LAYER_FORWARD
 };
 
 // A C8HW8 map flattened in CHW order; the output is C8HW8
@@ -51,7 +51,7 @@ class FullConnection_AVX_C8HW8_Float_M1 : public FullConnectionKernelBase {
   ~FullConnection_AVX_C8HW8_Float_M1() override;
   TRN_KERNEL_NAME(FullConnection_AVX_C8HW8_Float_M1)
   FullConnection_AVX_C8HW8_Float_M1() : FullConnectionKernelBase(InputForm::kC8HW8, WeightOrder::kGN8C8HW8c8n) {}
-  TRN_FC_FORWARD
+  TRN_LAYER_FORWARD
 };
 
 }  // namespace kernel

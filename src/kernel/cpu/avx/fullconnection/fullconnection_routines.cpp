@@ -2,8 +2,8 @@
 #include <immintrin.h>
 
 #include <cstddef>
-#include <cstring>
 
+#include "kernel/cpu/fallback/fullconnection/fc_output.h"
 #include "tarn/kernel/fullconnection.h"
 #include "tarn/utility/log.h"
 
@@ -12,14 +12,6 @@ namespace kernel {
 namespace {
 
 using std::ptrdiff_t;
-
-void InitOutput(const float* bias, float* output, std::size_t count) {
-  if (bias != nullptr) {
-    std::memcpy(output, bias, count * sizeof(float));
-  } else {
-    std::memset(output, 0, count * sizeof(float));
-  }
-}
 
 inline float ScalarFma(float a, float b, float c) {
   return _mm_cvtss_f32(_mm_fmadd_ss(_mm_set_ss(a), _mm_set_ss(b), _mm_set_ss(c)));
@@ -77,7 +69,7 @@ namespace native {
 
 void fc_c_f32_avx_m0(float* input, int i_inFeatures, int i_outFeatures, float* weight, float* bias, float* output) {
   if (i_outFeatures <= 0) return;
-  InitOutput(bias, output, static_cast<std::size_t>(i_outFeatures));
+  detail::InitFcOutput(bias, output, static_cast<std::size_t>(i_outFeatures));
   const ptrdiff_t in = i_inFeatures < 0 ? 0 : i_inFeatures;
   const ptrdiff_t whole = in / 8 * 8;
   int o = 0;
@@ -111,7 +103,7 @@ void fc_c88_f32_avx_m0(float* input, int i_inFeatures, int i_outFeatures, float*
                        float* output) {
   TARN_NATIVE_ASSERT(i_inFeatures % 8 == 0);
   TARN_NATIVE_ASSERT(i_outFeatures % 8 == 0);
-  if (i_outFeatures > 0) InitOutput(bias, output, static_cast<std::size_t>(i_outFeatures));
+  if (i_outFeatures > 0) detail::InitFcOutput(bias, output, static_cast<std::size_t>(i_outFeatures));
   if (i_outFeatures < 8) return;
   const int inBlocks = i_inFeatures / 8;
   for (int ob = 0; ob < i_outFeatures / 8; ++ob) {
@@ -144,7 +136,7 @@ void fc_c88_f32_avx_m0(float* input, int i_inFeatures, int i_outFeatures, float*
 void FullConnection_AVX_C_Float_M2_Full_Connection(float* input, int inFeatures, int outFeatures, float* weight,
                                                    float* bias, float* output) {
   if (outFeatures <= 0) return;
-  InitOutput(bias, output, static_cast<std::size_t>(outFeatures));
+  detail::InitFcOutput(bias, output, static_cast<std::size_t>(outFeatures));
   if (inFeatures <= 0) return;
   const int inBlocks = (inFeatures + 7) / 8, outBlocks = (outFeatures + 7) / 8;
   const int wholeIn = inFeatures / 8;
@@ -175,7 +167,7 @@ void FullConnection_AVX_C_Float_M2_Full_Connection(float* input, int inFeatures,
 void FullConnection_AVX_C_Float_M3_Full_Connection(float* input, int inFeatures, int outFeatures, float* weight,
                                                    float* bias, float* output) {
   if (outFeatures <= 0) return;
-  InitOutput(bias, output, static_cast<std::size_t>(outFeatures));
+  detail::InitFcOutput(bias, output, static_cast<std::size_t>(outFeatures));
   const ptrdiff_t in = inFeatures < 0 ? 0 : inFeatures;
   const ptrdiff_t whole = in / 8 * 8;
   int o = 0;

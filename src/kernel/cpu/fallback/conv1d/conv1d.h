@@ -13,7 +13,7 @@ class Conv1D_Kn_Sn_Dn_Gn_Fallback_CL_Float_M1 : public Conv1DKernelBase {
  public:
   ~Conv1D_Kn_Sn_Dn_Gn_Fallback_CL_Float_M1() override;
   TRN_KERNEL_NAME(Conv1D_Kn_Sn_Dn_Gn_Fallback_CL_Float_M1)
-  TRN_CONV1D_FORWARD
+  TRN_LAYER_FORWARD
 };
 
 }  // namespace kernel

@@ -9,7 +9,6 @@
 #include "tarn/kernel/tensor_helpers.h"
 #include "tarn/runtime/context.h"
 #include "tarn/runtime/layer_info.h"
-#include "tarn/utility/log.h"
 
 namespace tarn {
 namespace kernel {
@@ -51,32 +50,13 @@ std::int32_t Conv1DKernelBase::IsValidParam(std::shared_ptr<runtime::LayerInfo> 
 
 bool Conv1DKernelBase::Config(std::shared_ptr<runtime::LayerInfo> layer, std::shared_ptr<runtime::InferenceParam> param,
                               std::shared_ptr<runtime::Context> context) {
-  configured_ = false;
-  weight_.reset();
-  bias_.reset();
-  if (IsValidParam(layer, param) != kValid) {
-    utility::Log(utility::kLogError, "%s: the layer record is not a convolution this kernel computes.",
-                 GetName().c_str());
-    return false;
-  }
-  if (!context || !context->cpu) return false;
+  if (!StartConfig(layer, param, context, "convolution")) return false;
   const auto& info = static_cast<const runtime::Conv1dInfo&>(*layer);
   ReadParams(info, &params_);
-  const std::uint64_t expected = std::uint64_t(OutChannels()) * params_.in_channels_per_group * params_.kernel;
-  const std::vector<float> weights = runtime::DecodeWeights(info.weight);
-  if (weights.size() != expected) {
-    utility::Log(utility::kLogError, "%s: the weight holds %zu floats, the geometry needs %llu.", GetName().c_str(),
-                 weights.size(), static_cast<unsigned long long>(expected));
+  std::vector<float> weights;
+  if (!DecodeBlobs(info.weight, std::uint64_t(OutChannels()) * params_.in_channels_per_group * params_.kernel,
+                   params_.if_bias, info.bias, OutChannels(), *context->cpu, &weights)) {
     return false;
-  }
-  if (params_.if_bias) {
-    const std::vector<float> bias = runtime::DecodeWeights(info.bias);
-    if (bias.size() != OutChannels()) {
-      utility::Log(utility::kLogError, "%s: the bias holds %zu floats for %u output channels.", GetName().c_str(),
-                   bias.size(), OutChannels());
-      return false;
-    }
-    bias_ = context->cpu->CreateTensor(runtime::MakeShape({OutChannels()}), bias.data());
   }
   weight_ = context->cpu->CreateTensor(
       runtime::MakeShape({OutChannels(), params_.in_channels_per_group, 1, params_.kernel}), weights.data());
@@ -119,11 +99,8 @@ bool Conv1DKernelBase::Prepare(const std::vector<std::shared_ptr<runtime::Tensor
                                const std::shared_ptr<runtime::Context>& context,
                                std::shared_ptr<runtime::TensorCPU>* padded,
                                std::shared_ptr<runtime::TensorCPU>* output) const {
-  if (!context || !context->cpu || IsValidInput(inputs) != kValid) {
-    utility::Log(utility::kLogError, "%s: Forward on an input the kernel refuses.", GetName().c_str());
-    return false;
-  }
-  auto input = std::dynamic_pointer_cast<runtime::TensorCPU>(inputs[0]);
+  auto input = CheckedInput(inputs, context);
+  if (!input) return false;
   const auto& device = context->cpu;
   *padded = params_.padding_f || params_.padding_b
                 ? Padding_L_MainMemory_CL_Float_Fallback_M1(input, params_.padding_f, params_.padding_b, 0.0f, device)

@@ -6,8 +6,7 @@
 #include <memory>
 #include <vector>
 
-#include "tarn/kernel/kernel_base.h"
-#include "tarn/runtime/device_cpu.h"
+#include "kernel/cpu/fallback/conv_core/layer_kernel_base.h"
 
 namespace tarn {
 namespace kernel {
@@ -20,7 +19,7 @@ struct Conv1DParams {
 };
 
 // CL tensors are [C, L]; the padding value is 0.0 like the 2-D kernels.
-class Conv1DKernelBase : public KernelBase {
+class Conv1DKernelBase : public LayerKernelBase {
  public:
   // -1 unless the record is a Conv1dInfo with non-zero channels, kernel,
   // stride, dilation and groups, channels divisible by the groups, and the
@@ -54,9 +53,7 @@ class Conv1DKernelBase : public KernelBase {
                const std::shared_ptr<runtime::Context>& context, std::shared_ptr<runtime::TensorCPU>* padded,
                std::shared_ptr<runtime::TensorCPU>* output) const;
 
-  Conv1DParams params_;
-  std::shared_ptr<runtime::TensorCPU> weight_;  // [N, C/G, 1, K]
-  std::shared_ptr<runtime::TensorCPU> bias_;
+  Conv1DParams params_;  // weight_ is [N, C/G, 1, K]
 
  private:
   bool three_taps_only_;
@@ -64,8 +61,3 @@ class Conv1DKernelBase : public KernelBase {
 
 }  // namespace kernel
 }  // namespace tarn
-
-#define TRN_CONV1D_FORWARD                                                   \
-  bool Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs, \
-               std::vector<std::shared_ptr<runtime::Tensor>>& outputs,      \
-               std::shared_ptr<runtime::Context> context) const override;

@@ -14,17 +14,9 @@ bool Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1::Forward(const std::vector<s
   Conv2DPlan plan;
   auto input = ForwardInput(inputs, context, &plan);
   if (!input) return false;
-  const auto& device = context->cpu;
   const Conv2DParams& p = params_;
-  auto padded = HasPadding() ? Padding_HW_MainMemory_CHW_Float_Fallback_M1(input, p.padding_l, p.padding_r,
-                                                                           p.padding_t, p.padding_b, 0.0f, device)
-                             : input;
-  auto output = CreateOutput(plan, *device);
-  if (bias_) {
-    FillBias_MainMemory_CHW_Float_Fallback_M1(output, bias_);
-  } else {
-    FillZero_MainMemory_Float_Fallback_M1(output);
-  }
+  auto padded = Padded(input, Padding_HW_MainMemory_CHW_Float_Fallback_M1, context->cpu);
+  auto output = BiasedOutput(plan, *context->cpu, FillBias_MainMemory_CHW_Float_Fallback_M1);
   const std::size_t in_plane = std::size_t(plan.padded_h) * plan.padded_w;
   const std::size_t out_plane = std::size_t(plan.out_h) * plan.out_w;
   const float* src = padded->DataAs<float>();

@@ -13,9 +13,7 @@ class Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1 : public Conv2DKernelBase {
   TRN_KERNEL_NAME(Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1)
   Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1()
       : Conv2DKernelBase(runtime::TensorShape::CHW, 1, false, Geometry::kAny, WeightOrder::kGNCHW) {}
-  bool Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
-               std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
-               std::shared_ptr<runtime::Context> context) const override;
+  TRN_LAYER_FORWARD
 };
 
 }  // namespace kernel

@@ -10,6 +10,7 @@
 
 #include "tarn/kernel/conv_layout.h"
 #include "tarn/kernel/packing.h"
+#include "tarn/kernel/tensor_helpers.h"
 #include "tarn/runtime/context.h"
 #include "tarn/runtime/layer_info.h"
 #include "tarn/utility/log.h"
@@ -85,34 +86,15 @@ std::int32_t Conv2DKernelBase::IsValidParam(std::shared_ptr<runtime::LayerInfo> 
 
 bool Conv2DKernelBase::Config(std::shared_ptr<runtime::LayerInfo> layer, std::shared_ptr<runtime::InferenceParam> param,
                               std::shared_ptr<runtime::Context> context) {
-  configured_ = false;
-  weight_.reset();
-  bias_.reset();
-  if (IsValidParam(layer, param) != kValid) {
-    utility::Log(utility::kLogError, "%s: the layer record is not a convolution this kernel computes.",
-                 GetName().c_str());
-    return false;
-  }
-  if (!context || !context->cpu) return false;
+  if (!StartConfig(layer, param, context, "convolution")) return false;
   const auto& info = static_cast<const runtime::Conv2dInfo&>(*layer);
   ReadParams(info, &params_);
   const Conv2DParams& p = params_;
-  const std::uint64_t expected = std::uint64_t(OutChannels()) * p.in_channels_per_group * p.kernel_y * p.kernel_x;
-  const std::vector<float> weights = runtime::DecodeWeights(info.weight);
-  if (weights.size() != expected) {
-    utility::Log(utility::kLogError, "%s: the weight holds %zu floats, the geometry needs %llu.", GetName().c_str(),
-                 weights.size(), static_cast<unsigned long long>(expected));
-    return false;
-  }
   const auto& device = context->cpu;
-  if (p.if_bias) {
-    const std::vector<float> bias = runtime::DecodeWeights(info.bias);
-    if (bias.size() != OutChannels()) {
-      utility::Log(utility::kLogError, "%s: the bias holds %zu floats for %u output channels.", GetName().c_str(),
-                   bias.size(), OutChannels());
-      return false;
-    }
-    bias_ = device->CreateTensor(runtime::MakeShape({OutChannels()}), bias.data());
+  std::vector<float> weights;
+  if (!DecodeBlobs(info.weight, std::uint64_t(OutChannels()) * p.in_channels_per_group * p.kernel_y * p.kernel_x,
+                   p.if_bias, info.bias, OutChannels(), *device, &weights)) {
+    return false;
   }
   auto gnchw = device->CreateTensor(
       runtime::MakeShape({p.groups, p.out_channels_per_group, p.in_channels_per_group, p.kernel_y, p.kernel_x},
@@ -129,10 +111,6 @@ bool Conv2DKernelBase::Config(std::shared_ptr<runtime::LayerInfo> layer, std::sh
   }
   configured_ = true;
   return true;
-}
-
-bool Conv2DKernelBase::HasPadding() const {
-  return params_.padding_l != 0 || params_.padding_r != 0 || params_.padding_t != 0 || params_.padding_b != 0;
 }
 
 bool Conv2DKernelBase::MakePlan(const TensorShape& input, Conv2DPlan* plan) const {
@@ -197,23 +175,82 @@ std::int32_t Conv2DKernelBase::IsValidOutput(const std::vector<std::shared_ptr<r
              : kInvalidTensor;
 }
 
-std::shared_ptr<runtime::TensorCPU> Conv2DKernelBase::CreateOutput(const Conv2DPlan& plan,
-                                                                   runtime::DeviceCPU& device) const {
+Conv2DKernelBase::TensorCPUPtr Conv2DKernelBase::ForwardInput(
+    const std::vector<std::shared_ptr<runtime::Tensor>>& inputs, const std::shared_ptr<runtime::Context>& context,
+    Conv2DPlan* plan) const {
+  auto input = CheckedInput(inputs, context);
+  if (input) MakePlan(input->shape, plan);
+  return input;
+}
+
+Conv2DKernelBase::TensorCPUPtr Conv2DKernelBase::Padded(const TensorCPUPtr& input, PadFn pad,
+                                                        const std::shared_ptr<runtime::DeviceCPU>& device) const {
+  const Conv2DParams& p = params_;
+  if (p.padding_l == 0 && p.padding_r == 0 && p.padding_t == 0 && p.padding_b == 0) return input;
+  return pad(input, p.padding_l, p.padding_r, p.padding_t, p.padding_b, 0.0f, device);
+}
+
+Conv2DKernelBase::TensorCPUPtr Conv2DKernelBase::CreateOutput(const Conv2DPlan& plan,
+                                                              runtime::DeviceCPU& device) const {
   if (lanes_ == 1) return device.CreateTensor(runtime::MakeShape({OutChannels(), plan.out_h, plan.out_w}));
   return device.CreateTensor(runtime::MakeShape({ChannelBlocks(OutChannels(), lanes_), plan.out_h, plan.out_w, lanes_},
                                                 TensorShape::FLOAT32, layout_));
 }
 
-std::shared_ptr<runtime::TensorCPU> Conv2DKernelBase::ForwardInput(
-    const std::vector<std::shared_ptr<runtime::Tensor>>& inputs, const std::shared_ptr<runtime::Context>& context,
-    Conv2DPlan* plan) const {
-  if (!context || !context->cpu || IsValidInput(inputs) != kValid) {
-    utility::Log(utility::kLogError, "%s: Forward on an input the kernel refuses.", GetName().c_str());
-    return nullptr;
+Conv2DKernelBase::TensorCPUPtr Conv2DKernelBase::BiasedOutput(const Conv2DPlan& plan, runtime::DeviceCPU& device,
+                                                              FillFn fill) const {
+  auto output = CreateOutput(plan, device);
+  if (bias_) {
+    fill(output, bias_);
+  } else {
+    FillZero_MainMemory_Float_Fallback_M1(output);
   }
-  auto input = std::dynamic_pointer_cast<runtime::TensorCPU>(inputs[0]);
-  MakePlan(input->shape, plan);
-  return input;
+  return output;
+}
+
+bool Conv2DKernelBase::ForwardByColumns(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+                                        std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
+                                        const std::shared_ptr<runtime::Context>& context,
+                                        const ColumnPass& pass) const {
+  Conv2DPlan plan;
+  auto input = ForwardInput(inputs, context, &plan);
+  if (!input) return false;
+  const auto& device = context->cpu;
+  const Conv2DParams& p = params_;
+  auto padded = Padded(input, pass.pad, device);
+  // Stored planes (CHW) or blocks; each column row is one of them seen
+  // through one kernel tap.
+  const int blocks = static_cast<int>(input->shape.dims[0]);
+  const int taps = static_cast<int>(p.kernel_y * p.kernel_x);
+  const int rows = blocks * taps;
+  const int oh = static_cast<int>(plan.out_h), ow = static_cast<int>(plan.out_w);
+  const unsigned urows = static_cast<unsigned>(rows);
+  auto column = device->CreateTensor(lanes_ == 1 ? runtime::MakeShape({urows, plan.out_h, plan.out_w})
+                                                 : runtime::MakeShape({urows, plan.out_h, plan.out_w, lanes_},
+                                                                      TensorShape::FLOAT32, layout_));
+  pass.im2col(blocks, static_cast<int>(plan.padded_h), static_cast<int>(plan.padded_w), rows, oh, ow,
+              static_cast<int>(p.kernel_y), static_cast<int>(p.kernel_x), static_cast<int>(p.stride_y),
+              static_cast<int>(p.stride_x), static_cast<int>(p.dilation_y), static_cast<int>(p.dilation_x),
+              padded->DataAs<float>(), column->DataAs<float>());
+  auto output = BiasedOutput(plan, *device, pass.fill);
+  float* col = column->DataAs<float>();
+  float* out = output->DataAs<float>();
+  float* weight = weight_->DataAs<float>();
+  if (lanes_ == 1) {
+    const int group_rows = static_cast<int>(p.in_channels_per_group) * taps;
+    const int outs = static_cast<int>(p.out_channels_per_group);
+    const std::ptrdiff_t plane = std::ptrdiff_t(oh) * ow;
+    for (std::uint32_t g = 0; g < p.groups; ++g) {
+      pass.core(group_rows, oh, ow, col + g * group_rows * plane, group_rows, outs, 1, 1, 1, 1, 1, 1, 1,
+                weight + std::ptrdiff_t(g) * outs * group_rows, outs, oh, ow, out + g * outs * plane);
+    }
+  } else {
+    // Column block (c, ky, kx) meets weight tile (ob, c, ky, kx).
+    pass.core(static_cast<int>(lanes_) * rows, oh, ow, col, rows, static_cast<int>(OutChannels()), 1, 1, 1, 1, 1, 1,
+              1, weight, static_cast<int>(output->shape.dims[0]), oh, ow, out);
+  }
+  outputs.assign(1, output);
+  return true;
 }
 
 // Every member's destructor is its key function: defined here, in baseline

@@ -1,14 +1,16 @@
 // What every 2-D convolution kernel shares: reading and checking the record,
-// decoding the weights once, the output-size rule and the input checks. It is
-// compiled for baseline x86-64; the members add weight packing and Forward.
+// decoding and packing the weights once, the output-size rule, the input
+// checks and the skeleton of a forward pass. It is compiled for baseline
+// x86-64; a member adds Forward, which hands the skeleton the routines of its
+// instruction set.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <vector>
 
-#include "tarn/kernel/kernel_base.h"
-#include "tarn/runtime/device_cpu.h"
+#include "kernel/cpu/fallback/conv_core/layer_kernel_base.h"
+#include "tarn/kernel/native_conv.h"
 
 namespace tarn {
 namespace kernel {
@@ -32,7 +34,7 @@ struct Conv2DPlan {
   std::uint32_t out_h = 0, out_w = 0;
 };
 
-class Conv2DKernelBase : public KernelBase {
+class Conv2DKernelBase : public LayerKernelBase {
  public:
   // The geometry a member's name promises.
   enum class Geometry { kAny, kGroups1, k1x1 };
@@ -45,7 +47,8 @@ class Conv2DKernelBase : public KernelBase {
   std::int32_t IsValidParam(std::shared_ptr<runtime::LayerInfo> layer,
                             std::shared_ptr<runtime::InferenceParam> param) const override;
   // Decodes the weight ([G, N/G, C/G, KY, KX]) and the bias once, refusing
-  // blobs whose float counts differ from what the geometry needs.
+  // blobs whose float counts differ from what the geometry needs, and packs
+  // the weight into the member's order.
   bool Config(std::shared_ptr<runtime::LayerInfo> layer, std::shared_ptr<runtime::InferenceParam> param,
               std::shared_ptr<runtime::Context> context) override;
   // One output of N channels in the member's layout; empty for an input the
@@ -62,6 +65,27 @@ class Conv2DKernelBase : public KernelBase {
   std::uint32_t OutChannels() const { return params_.out_channels_per_group * params_.groups; }
 
  protected:
+  using TensorCPUPtr = std::shared_ptr<runtime::TensorCPU>;
+  // Routines of one instruction set, in the forms the tensor helpers and the
+  // native routines have.
+  using PadFn = TensorCPUPtr (*)(const TensorCPUPtr& input, std::uint32_t left, std::uint32_t right,
+                                 std::uint32_t top, std::uint32_t bottom, float value,
+                                 const std::shared_ptr<runtime::DeviceCPU>& device);
+  using FillFn = void (*)(const TensorCPUPtr& inout, const TensorCPUPtr& bias);
+  using Im2colFn = void (*)(int imgC, int imgH, int imgW, int colC, int colH, int colW, int kernelY, int kernelX,
+                            int strideY, int strideX, int dilateY, int dilateX, float* img, float* col);
+  using CoreFn = void (*)(TARN_CONV_CORE_PARAMS);
+  // A pass through a column matrix: pad, im2col, fill the output with the
+  // bias, then the 1x1 core over the column matrix (once per group on CHW,
+  // where the group's GNCHW weight is a plain matrix; blocked members have
+  // one group and the weight tiled to match the column blocks).
+  struct ColumnPass {
+    PadFn pad;
+    Im2colFn im2col;
+    FillFn fill;
+    CoreFn core;
+  };
+
   // lanes: 1 for CHW, 4 for C4HW4, 8 for C8HW8. builds_column: whether
   // Forward builds a column matrix (its size is checked against the int range).
   // Everything but Forward is decided here, in baseline code, so that asking
@@ -73,17 +97,22 @@ class Conv2DKernelBase : public KernelBase {
 
   // The pass over `input`; false when the input does not fit this kernel.
   bool MakePlan(const runtime::TensorShape& input, Conv2DPlan* plan) const;
-  bool HasPadding() const;
+  // The checked input of Forward and its plan, or null (with the reason logged).
+  TensorCPUPtr ForwardInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+                            const std::shared_ptr<runtime::Context>& context, Conv2DPlan* plan) const;
+  // The input with the record's zero border added by `pad` (the input itself
+  // without padding).
+  TensorCPUPtr Padded(const TensorCPUPtr& input, PadFn pad, const std::shared_ptr<runtime::DeviceCPU>& device) const;
   // The output tensor of a pass, uninitialised.
-  std::shared_ptr<runtime::TensorCPU> CreateOutput(const Conv2DPlan& plan, runtime::DeviceCPU& device) const;
-  // The checked input of Forward, or null (with the reason logged).
-  std::shared_ptr<runtime::TensorCPU> ForwardInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
-                                                   const std::shared_ptr<runtime::Context>& context,
-                                                   Conv2DPlan* plan) const;
+  TensorCPUPtr CreateOutput(const Conv2DPlan& plan, runtime::DeviceCPU& device) const;
+  // The output of a pass holding the bias (written by `fill`) or zero.
+  TensorCPUPtr BiasedOutput(const Conv2DPlan& plan, runtime::DeviceCPU& device, FillFn fill) const;
+  // The whole Forward of a column member.
+  bool ForwardByColumns(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+                        std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
+                        const std::shared_ptr<runtime::Context>& context, const ColumnPass& pass) const;
 
   Conv2DParams params_;
-  std::shared_ptr<runtime::TensorCPU> weight_;
-  std::shared_ptr<runtime::TensorCPU> bias_;  // null without bias
 
  private:
   runtime::TensorShape::Layout layout_;
@@ -95,9 +124,3 @@ class Conv2DKernelBase : public KernelBase {
 
 }  // namespace kernel
 }  // namespace tarn
-
-// The Forward declaration of a convolution member.
-#define TRN_CONV2D_FORWARD                                                   \
-  bool Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs, \
-               std::vector<std::shared_ptr<runtime::Tensor>>& outputs,      \
-               std::shared_ptr<runtime::Context> context) const override;

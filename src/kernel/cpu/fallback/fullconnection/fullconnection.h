@@ -11,7 +11,7 @@ class FullConnection_Fallback_C_Float_M1 : public FullConnectionKernelBase {
   ~FullConnection_Fallback_C_Float_M1() override;
   TRN_KERNEL_NAME(FullConnection_Fallback_C_Float_M1)
   FullConnection_Fallback_C_Float_M1() : FullConnectionKernelBase(InputForm::kVector) {}
-  TRN_FC_FORWARD
+  TRN_LAYER_FORWARD
 };
 
 }  // namespace kernel

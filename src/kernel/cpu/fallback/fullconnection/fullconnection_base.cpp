@@ -9,6 +9,7 @@
 
 #include "tarn/kernel/conv_layout.h"
 #include "tarn/kernel/packing.h"
+#include "tarn/kernel/tensor_helpers.h"
 #include "tarn/kernel/transform.h"
 #include "tarn/runtime/context.h"
 #include "tarn/runtime/layer_info.h"
@@ -60,33 +61,15 @@ std::int32_t FullConnectionKernelBase::IsValidParam(std::shared_ptr<runtime::Lay
 bool FullConnectionKernelBase::Config(std::shared_ptr<runtime::LayerInfo> layer,
                                       std::shared_ptr<runtime::InferenceParam> param,
                                       std::shared_ptr<runtime::Context> context) {
-  configured_ = false;
-  weight_.reset();
-  bias_.reset();
-  if (IsValidParam(layer, param) != kValid) {
-    utility::Log(utility::kLogError, "%s: the layer record is not a fully connected layer this kernel computes.",
-                 GetName().c_str());
-    return false;
-  }
-  if (!context || !context->cpu) return false;
+  if (!StartConfig(layer, param, context, "fully connected layer")) return false;
   const auto& info = static_cast<const runtime::FullConnectionInfo&>(*layer);
   in_features_ = info.in_features;
   out_features_ = info.out_features;
-  const std::vector<float> weights = runtime::DecodeWeights(info.weight);
-  if (weights.size() != std::size_t(in_features_) * out_features_) {
-    utility::Log(utility::kLogError, "%s: the weight holds %zu floats, %u x %u are needed.", GetName().c_str(),
-                 weights.size(), out_features_, in_features_);
-    return false;
-  }
   const auto& device = context->cpu;
-  if (info.if_bias) {
-    const std::vector<float> bias = runtime::DecodeWeights(info.bias);
-    if (bias.size() != out_features_) {
-      utility::Log(utility::kLogError, "%s: the bias holds %zu floats for %u outputs.", GetName().c_str(), bias.size(),
-                   out_features_);
-      return false;
-    }
-    bias_ = device->CreateTensor(runtime::MakeShape({out_features_}), bias.data());
+  std::vector<float> weights;
+  if (!DecodeBlobs(info.weight, std::uint64_t(in_features_) * out_features_, info.if_bias, info.bias, out_features_,
+                   *device, &weights)) {
+    return false;
   }
   weight_ = device->CreateTensor(runtime::MakeShape({out_features_, in_features_}), weights.data());
   if (!PackWeights(device) || !weight_) {
@@ -154,13 +137,56 @@ std::int32_t FullConnectionKernelBase::IsValidInput(const std::vector<std::share
 std::shared_ptr<runtime::TensorCPU> FullConnectionKernelBase::Prepare(
     const std::vector<std::shared_ptr<runtime::Tensor>>& inputs, const std::shared_ptr<runtime::Context>& context,
     std::shared_ptr<runtime::TensorCPU>* output) const {
+  auto input = CheckedInput(inputs, context);
   TensorShape shape;
-  if (!context || !context->cpu || IsValidInput(inputs) != kValid || !OutputShape(inputs[0]->shape, &shape)) {
-    utility::Log(utility::kLogError, "%s: Forward on an input the kernel refuses.", GetName().c_str());
-    return nullptr;
-  }
+  if (!input || !OutputShape(input->shape, &shape)) return nullptr;
   *output = context->cpu->CreateTensor(shape);
-  return std::dynamic_pointer_cast<runtime::TensorCPU>(inputs[0]);
+  return input;
+}
+
+bool FullConnectionKernelBase::ForwardWith(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+                                           std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
+                                           const std::shared_ptr<runtime::Context>& context,
+                                           VectorRoutine routine) const {
+  std::shared_ptr<runtime::TensorCPU> output;
+  auto input = Prepare(inputs, context, &output);
+  if (!input) return false;
+  routine(input->DataAs<float>(), in_features_, out_features_, weight_->DataAs<float>(), BiasData(),
+          output->DataAs<float>());
+  outputs.assign(1, output);
+  return true;
+}
+
+bool FullConnectionKernelBase::ForwardWith(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+                                           std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
+                                           const std::shared_ptr<runtime::Context>& context,
+                                           NativeRoutine routine) const {
+  std::shared_ptr<runtime::TensorCPU> output;
+  auto input = Prepare(inputs, context, &output);
+  if (!input) return false;
+  routine(input->DataAs<float>(), static_cast<int>(in_features_), static_cast<int>(out_features_),
+          weight_->DataAs<float>(), bias_ ? bias_->DataAs<float>() : nullptr, output->DataAs<float>());
+  outputs.assign(1, output);
+  return true;
+}
+
+bool FullConnectionKernelBase::ForwardMap(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+                                          std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
+                                          const std::shared_ptr<runtime::Context>& context, FillFn fill,
+                                          MapRoutine routine) const {
+  std::shared_ptr<runtime::TensorCPU> output;
+  auto input = Prepare(inputs, context, &output);
+  if (!input) return false;
+  if (bias_) {
+    fill(output, bias_);
+  } else {
+    FillZero_MainMemory_Float_Fallback_M1(output);
+  }
+  const auto& d = input->shape.dims;
+  routine(input->DataAs<float>(), static_cast<int>(MapChannels(input->shape)), static_cast<int>(d[1]),
+          static_cast<int>(d[2]), static_cast<int>(out_features_), weight_->DataAs<float>(), output->DataAs<float>());
+  outputs.assign(1, output);
+  return true;
 }
 
 // Every member's destructor is its key function: defined here, in baseline

@@ -7,13 +7,12 @@
 #include <memory>
 #include <vector>
 
-#include "tarn/kernel/kernel_base.h"
-#include "tarn/runtime/device_cpu.h"
+#include "kernel/cpu/fallback/conv_core/layer_kernel_base.h"
 
 namespace tarn {
 namespace kernel {
 
-class FullConnectionKernelBase : public KernelBase {
+class FullConnectionKernelBase : public LayerKernelBase {
  public:
   // How the input arrives.
   enum class InputForm {
@@ -60,11 +59,31 @@ class FullConnectionKernelBase : public KernelBase {
   std::shared_ptr<runtime::TensorCPU> Prepare(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                                               const std::shared_ptr<runtime::Context>& context,
                                               std::shared_ptr<runtime::TensorCPU>* output) const;
-  const float* BiasData() const { return bias_ ? bias_->DataAs<float>() : nullptr; }
+
+  // Routines of one instruction set: a flat vector against the (packed)
+  // weight, bias copied first (functional or native argument forms) ...
+  using VectorRoutine = void (*)(const float* input, const std::uint32_t& inFeatures, const std::uint32_t& outFeatures,
+                                 const float* weight, const float* bias, float* output);
+  using NativeRoutine = void (*)(float* input, int inFeatures, int outFeatures, float* weight, float* bias,
+                                 float* output);
+  // ... or a blocked map accumulating onto an output that `fill` has given
+  // the bias (zero without one).
+  using MapRoutine = void (*)(const float* input, int channels, int height, int width, int outFeatures,
+                              const float* weight, float* output);
+  using FillFn = void (*)(const std::shared_ptr<runtime::TensorCPU>& inout,
+                          const std::shared_ptr<runtime::TensorCPU>& bias);
+  // The whole Forward of a member that runs one routine.
+  bool ForwardWith(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+                   std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
+                   const std::shared_ptr<runtime::Context>& context, VectorRoutine routine) const;
+  bool ForwardWith(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+                   std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
+                   const std::shared_ptr<runtime::Context>& context, NativeRoutine routine) const;
+  bool ForwardMap(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+                  std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
+                  const std::shared_ptr<runtime::Context>& context, FillFn fill, MapRoutine routine) const;
 
   std::uint32_t in_features_ = 0, out_features_ = 0;
-  std::shared_ptr<runtime::TensorCPU> weight_;
-  std::shared_ptr<runtime::TensorCPU> bias_;
 
  private:
   bool OutputShape(const runtime::TensorShape& input, runtime::TensorShape* output) const;
@@ -75,8 +94,3 @@ class FullConnectionKernelBase : public KernelBase {
 
 }  // namespace kernel
 }  // namespace tarn
-
-#define TRN_FC_FORWARD                                                       \
-  bool Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs, \
-               std::vector<std::shared_ptr<runtime::Tensor>>& outputs,      \
-               std::shared_ptr<runtime::Context> context) const override;

@@ -13,13 +13,9 @@ bool Conv2d_K1x1_S1x1_D1x1_G1_SGEMM_CHW_FLOAT_M1::Forward(const std::vector<std:
   Conv2DPlan plan;
   auto input = ForwardInput(inputs, context, &plan);
   if (!input) return false;
-  const auto& device = context->cpu;
-  const Conv2DParams& p = params_;
   // A padded 1x1 layer is rare but valid: its border sees only the bias.
-  auto padded = HasPadding() ? Padding_HW_MainMemory_CHW_Float_Fallback_M1(input, p.padding_l, p.padding_r,
-                                                                           p.padding_t, p.padding_b, 0.0f, device)
-                             : input;
-  auto output = CreateOutput(plan, *device);
+  auto padded = Padded(input, Padding_HW_MainMemory_CHW_Float_Fallback_M1, context->cpu);
+  auto output = CreateOutput(plan, *context->cpu);
   // beta 0: the product overwrites the uninitialised output.
   Sgemm(static_cast<int>(output->shape.dims[0]), static_cast<int>(padded->shape.dims[0]),
         static_cast<int>(plan.out_h * plan.out_w), 1.0f, weight_->DataAs<float>(), padded->DataAs<float>(), 0.0f,

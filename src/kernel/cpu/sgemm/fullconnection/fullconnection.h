@@ -11,7 +11,7 @@ class FullConnection_SGEMM_C_Float_M1 : public FullConnectionKernelBase {
   ~FullConnection_SGEMM_C_Float_M1() override;
   TRN_KERNEL_NAME(FullConnection_SGEMM_C_Float_M1)
   FullConnection_SGEMM_C_Float_M1() : FullConnectionKernelBase(InputForm::kVector) {}
-  TRN_FC_FORWARD
+  TRN_LAYER_FORWARD
 };
 
 }  // namespace kernel

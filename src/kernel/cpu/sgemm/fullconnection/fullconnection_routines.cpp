@@ -1,5 +1,4 @@
-#include <cstring>
-
+#include "kernel/cpu/fallback/fullconnection/fc_output.h"
 #include "tarn/kernel/fullconnection.h"
 #include "tarn/kernel/sgemm.h"
 
@@ -10,11 +9,7 @@ namespace functional {
 void fullconnection_sgemm_c_f32_m1(const float* input, const std::uint32_t& inFeatures,
                                    const std::uint32_t& outFeatures, const float* weight, const float* bias,
                                    float* output) {
-  if (bias != nullptr) {
-    std::memcpy(output, bias, std::size_t(outFeatures) * sizeof(float));
-  } else {
-    std::memset(output, 0, std::size_t(outFeatures) * sizeof(float));
-  }
+  detail::InitFcOutput(bias, output, outFeatures);
   // beta 1: the product lands on the bias already in the output.
   Sgemm(static_cast<int>(outFeatures), static_cast<int>(inFeatures), 1, 1.0f, weight, input, 1.0f, output);
 }

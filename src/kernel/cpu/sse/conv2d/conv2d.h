@@ -14,7 +14,7 @@ class Conv2D_Knxm_Snxm_Dnxm_Gn_SSE_CHW_Float_M1 : public Conv2DKernelBase {
   TRN_KERNEL_NAME(Conv2D_Knxm_Snxm_Dnxm_Gn_SSE_CHW_Float_M1)
   Conv2D_Knxm_Snxm_Dnxm_Gn_SSE_CHW_Float_M1()
       : Conv2DKernelBase(runtime::TensorShape::CHW, 1, true, Geometry::kAny, WeightOrder::kGNCHW) {}
-  TRN_CONV2D_FORWARD
+  TRN_LAYER_FORWARD
 };
 
 // One group on C4HW4: pad, C4HW4 im2col, the C4HW4 core; weight GN4C4HW4c4n.
@@ -24,7 +24,7 @@ class Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C4HW4_Float_M1 : public Conv2DKernelBase {
   TRN_KERNEL_NAME(Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C4HW4_Float_M1)
   Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C4HW4_Float_M1()
       : Conv2DKernelBase(runtime::TensorShape::C4HW4, 4, true, Geometry::kGroups1, WeightOrder::kGN4C4HW4c4n) {}
-  TRN_CONV2D_FORWARD
+  TRN_LAYER_FORWARD
 };
 
 // One group on C8HW8: pad, an 8-lane column matrix, the SSE C8HW8 core;
@@ -35,7 +35,7 @@ class Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C8HW8_Float_M1 : public Conv2DKernelBase {
   TRN_KERNEL_NAME(Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C8HW8_Float_M1)
   Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C8HW8_Float_M1()
       : Conv2DKernelBase(runtime::TensorShape::C8HW8, 8, true, Geometry::kGroups1, WeightOrder::kGN8C8HW8c8n) {}
-  TRN_CONV2D_FORWARD
+  TRN_LAYER_FORWARD
 };
 
 }  // namespace kernel

@@ -3,9 +3,10 @@
 
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 
+#include "kernel/cpu/fallback/conv_core/core_checks.h"
 #include "tarn/kernel/native_conv.h"
-#include "tarn/utility/log.h"
 
 namespace tarn {
 namespace kernel {
@@ -14,44 +15,35 @@ namespace {
 
 using std::ptrdiff_t;
 
-void CopyFloats(float* d, const float* s, ptrdiff_t n) {
-  ptrdiff_t i = 0;
-  for (; i + 16 <= n; i += 16) {
-    const __m128 a = _mm_loadu_ps(s + i), b = _mm_loadu_ps(s + i + 4);
-    const __m128 c = _mm_loadu_ps(s + i + 8), e = _mm_loadu_ps(s + i + 12);
-    _mm_storeu_ps(d + i, a);
-    _mm_storeu_ps(d + i + 4, b);
-    _mm_storeu_ps(d + i + 8, c);
-    _mm_storeu_ps(d + i + 12, e);
-  }
-  for (; i + 4 <= n; i += 4) _mm_storeu_ps(d + i, _mm_loadu_ps(s + i));
-  for (; i < n; ++i) d[i] = s[i];
-}
-
+// One element of L floats (1: CHW, 4: C4HW4, 8: C8HW8) from s to d.
 template <int L>
 inline void MoveElement(const float* s, float* d) {
-  if (L == 4) {
-    _mm_storeu_ps(d, _mm_loadu_ps(s));
-  } else {
+  if (L == 1) {
     *d = *s;
+  } else {
+    for (int k = 0; k < L; k += 4) _mm_storeu_ps(d + k, _mm_loadu_ps(s + k));
   }
 }
 
-// The tap-table scheme: per channel, one source and one destination pointer
-// per kernel tap (row of the kernel outer); per output pixel one element moves
-// per tap. L is the element width in floats (1: CHW, 4: C4HW4).
+// The tap-table scheme: one source and one destination pointer per kernel
+// tap (row of the kernel outer), set up per channel; per output pixel one
+// element moves per tap. A 1x1 kernel with stride 1 is one plain copy.
 template <int L>
 void Im2colByTaps(int channels, int imgH, int imgW, int colH, int colW, int kernelY, int kernelX, int strideY,
                   int strideX, int dilateY, int dilateX, const float* img, float* col) {
+  if (kernelY == 1 && kernelX == 1 && strideY == 1 && strideX == 1) {
+    std::memcpy(col, img, std::size_t(channels) * imgH * imgW * L * sizeof(float));
+    return;
+  }
   const int taps = kernelY * kernelX;
   const ptrdiff_t imgPlane = ptrdiff_t(imgH) * imgW * L;
   const ptrdiff_t colPlane = ptrdiff_t(colH) * colW * L;
   const ptrdiff_t rowStep = ptrdiff_t(strideY) * imgW * L;
   const ptrdiff_t colStep = ptrdiff_t(strideX) * L;
+  const float** src = static_cast<const float**>(std::calloc(taps, sizeof(float*)));
+  float** dst = static_cast<float**>(std::calloc(taps, sizeof(float*)));
+  TARN_NATIVE_ASSERT(src != nullptr && dst != nullptr);
   for (int c = 0; c < channels; ++c) {
-    const float** src = static_cast<const float**>(std::calloc(taps, sizeof(float*)));
-    float** dst = static_cast<float**>(std::calloc(taps, sizeof(float*)));
-    TARN_NATIVE_ASSERT(src != nullptr && dst != nullptr);
     for (int ky = 0; ky < kernelY; ++ky) {
       for (int kx = 0; kx < kernelX; ++kx) {
         const int t = ky * kernelX + kx;
@@ -69,9 +61,9 @@ void Im2colByTaps(int channels, int imgH, int imgW, int colH, int colW, int kern
         if (oy + 1 < colH) src[t] += rowStep;
       }
     }
-    std::free(src);
-    std::free(dst);
   }
+  std::free(src);
+  std::free(dst);
 }
 
 // dst[0..4) += w0 * s[0] + w1 * s[1] + w2 * s[2] + w3 * s[3] for one C4HW4 pixel.
@@ -141,53 +133,39 @@ inline void RowC8Half(const float* s, float* d, int width, const __m128* w) {
   }
 }
 
-// Half `half` (outputs 4 half .. 4 half + 3) of row k of an 8x8 tile.
-inline void LoadHalfTile(const float* tile, int half, __m128* w) {
-  for (int k = 0; k < 8; ++k) w[k] = _mm_loadu_ps(tile + 8 * k + 4 * half);
+// Rows of C8HW8 pixels += one 8x8 tile applied to the source rows. The tile
+// would take all sixteen registers: each sweep keeps the half of it (rows k,
+// outputs 4 half .. 4 half + 3) that feeds one half of the outputs.
+void SweepTileC8(const float* tile, const float* s, float* d, ptrdiff_t srcRow, ptrdiff_t dstRow, int height,
+                 int width) {
+  __m128 w[8];
+  for (int half = 0; half < 2; ++half) {
+    for (int k = 0; k < 8; ++k) w[k] = _mm_loadu_ps(tile + 8 * k + 4 * half);
+    const float* sp = s;
+    float* dp = d + 4 * half;
+    for (int y = 0; y < height; ++y, sp += srcRow, dp += dstRow) RowC8Half(sp, dp, width, w);
+  }
 }
 
 }  // namespace
 
-void im2col_chw_f32_sse_m0(int i_imgC, int i_imgH, int i_imgW, int i_colC, int i_colH, int i_colW, int i_kernelY,
-                           int i_kernelX, int i_strideY, int i_strideX, int i_dilateY, int i_dilateX, float* img,
-                           float* col) {
-  TARN_NATIVE_ASSERT(i_imgC * i_kernelY * i_kernelX == i_colC);
-  TARN_NATIVE_ASSERT((i_imgH - i_dilateY * (i_kernelY - 1) - 1) / i_strideY + 1 == i_colH);
-  TARN_NATIVE_ASSERT((i_imgW - i_dilateX * (i_kernelX - 1) - 1) / i_strideX + 1 == i_colW);
-  if (i_kernelY == 1 && i_kernelX == 1 && i_strideY == 1 && i_strideX == 1) {
-    CopyFloats(col, img, ptrdiff_t(i_imgC) * i_imgH * i_imgW);
-    return;
+#define TARN_IM2COL_ENTRY(name, L)                                                                                   \
+  void name(int i_imgC, int i_imgH, int i_imgW, int i_colC, int i_colH, int i_colW, int i_kernelY, int i_kernelX,    \
+            int i_strideY, int i_strideX, int i_dilateY, int i_dilateX, float* img, float* col) {                   \
+    TARN_NATIVE_ASSERT(i_imgC * i_kernelY * i_kernelX == i_colC);                                                    \
+    TARN_NATIVE_ASSERT((i_imgH - i_dilateY * (i_kernelY - 1) - 1) / i_strideY + 1 == i_colH);                        \
+    TARN_NATIVE_ASSERT((i_imgW - i_dilateX * (i_kernelX - 1) - 1) / i_strideX + 1 == i_colW);                        \
+    Im2colByTaps<L>(i_imgC, i_imgH, i_imgW, i_colH, i_colW, i_kernelY, i_kernelX, i_strideY, i_strideX, i_dilateY, \
+                    i_dilateX, img, col);                                                                            \
   }
-  Im2colByTaps<1>(i_imgC, i_imgH, i_imgW, i_colH, i_colW, i_kernelY, i_kernelX, i_strideY, i_strideX, i_dilateY,
-                  i_dilateX, img, col);
-}
 
-void im2col_c4hw4_f32_sse_m0(int i_imgC, int i_imgH, int i_imgW, int i_colC, int i_colH, int i_colW, int i_kernelY,
-                             int i_kernelX, int i_strideY, int i_strideX, int i_dilateY, int i_dilateX, float* img,
-                             float* col) {
-  TARN_NATIVE_ASSERT(i_imgC * i_kernelY * i_kernelX == i_colC);
-  TARN_NATIVE_ASSERT((i_imgH - i_dilateY * (i_kernelY - 1) - 1) / i_strideY + 1 == i_colH);
-  TARN_NATIVE_ASSERT((i_imgW - i_dilateX * (i_kernelX - 1) - 1) / i_strideX + 1 == i_colW);
-  if (i_kernelY == 1 && i_kernelX == 1 && i_strideY == 1 && i_strideX == 1) {
-    CopyFloats(col, img, ptrdiff_t(i_imgC) * i_imgH * i_imgW * 4);
-    return;
-  }
-  Im2colByTaps<4>(i_imgC, i_imgH, i_imgW, i_colH, i_colW, i_kernelY, i_kernelX, i_strideY, i_strideX, i_dilateY,
-                  i_dilateX, img, col);
-}
+TARN_IM2COL_ENTRY(im2col_chw_f32_sse_m0, 1)
+TARN_IM2COL_ENTRY(im2col_c4hw4_f32_sse_m0, 4)
+TARN_IM2COL_ENTRY(im2col_c8hw8_f32_sse_m0, 8)
 
 void conv2d_k1x1_s1x1_d1x1_g1_chw_f32_sse_m1(TARN_CONV_CORE_PARAMS) {
-  TARN_NATIVE_ASSERT(i_groups == 1);
-  TARN_NATIVE_ASSERT(i_inChannels == i_srcC);
-  TARN_NATIVE_ASSERT(i_outChannels == i_dstC);
-  TARN_NATIVE_ASSERT(i_kernelX == 1);
-  TARN_NATIVE_ASSERT(i_kernelY == 1);
-  TARN_NATIVE_ASSERT(i_strideX == 1);
-  TARN_NATIVE_ASSERT(i_strideY == 1);
-  TARN_NATIVE_ASSERT(i_dilateX == 1);
-  TARN_NATIVE_ASSERT(i_dilateY == 1);
-  TARN_NATIVE_ASSERT((i_srcH - i_dilateY * (i_kernelY - 1) - 1) / i_strideY + 1 == i_dstH);
-  TARN_NATIVE_ASSERT((i_srcW - i_dilateX * (i_kernelX - 1) - 1) / i_strideX + 1 == i_dstW);
+  TARN_CHECK_CORE_CHANNELS(i_inChannels, i_outChannels);
+  TARN_CHECK_CORE_GEOMETRY(1, 1);
   if (i_dstC <= 0 || i_dstH <= 0 || i_dstW <= 0) return;
   const ptrdiff_t plane = ptrdiff_t(i_dstH) * i_dstW;
   for (int o = 0; o < i_outChannels; ++o) {
@@ -225,17 +203,8 @@ void conv2d_k1x1_s1x1_d1x1_g1_chw_f32_sse_m1(TARN_CONV_CORE_PARAMS) {
 }
 
 void conv2d_k1x1_s1x1_d1x1_g1_c4hw4_f32_sse_m0(TARN_CONV_CORE_PARAMS) {
-  TARN_NATIVE_ASSERT(i_groups == 1);
-  TARN_NATIVE_ASSERT((i_inChannels + 3) / 4 == i_srcC);
-  TARN_NATIVE_ASSERT((i_outChannels + 3) / 4 == i_dstC);
-  TARN_NATIVE_ASSERT(i_kernelX == 1);
-  TARN_NATIVE_ASSERT(i_kernelY == 1);
-  TARN_NATIVE_ASSERT(i_strideX == 1);
-  TARN_NATIVE_ASSERT(i_strideY == 1);
-  TARN_NATIVE_ASSERT(i_dilateX == 1);
-  TARN_NATIVE_ASSERT(i_dilateY == 1);
-  TARN_NATIVE_ASSERT((i_srcH - i_dilateY * (i_kernelY - 1) - 1) / i_strideY + 1 == i_dstH);
-  TARN_NATIVE_ASSERT((i_srcW - i_dilateX * (i_kernelX - 1) - 1) / i_strideX + 1 == i_dstW);
+  TARN_CHECK_CORE_CHANNELS((i_inChannels + 3) / 4, (i_outChannels + 3) / 4);
+  TARN_CHECK_CORE_GEOMETRY(1, 1);
   if (i_dstC <= 0 || i_dstH <= 0 || i_dstW <= 0) return;
   const ptrdiff_t row = ptrdiff_t(i_dstW) * 4;
   const ptrdiff_t plane = row * i_dstH;
@@ -252,62 +221,30 @@ void conv2d_k1x1_s1x1_d1x1_g1_c4hw4_f32_sse_m0(TARN_CONV_CORE_PARAMS) {
 }
 
 void conv2d_k1x1_s1x1_d1x1_g1_c8hw8_f32_sse_m0(TARN_CONV_CORE_PARAMS) {
-  TARN_NATIVE_ASSERT(i_groups == 1);
-  TARN_NATIVE_ASSERT((i_inChannels + 7) / 8 == i_srcC);
-  TARN_NATIVE_ASSERT((i_outChannels + 7) / 8 == i_dstC);
-  TARN_NATIVE_ASSERT(i_kernelX == 1);
-  TARN_NATIVE_ASSERT(i_kernelY == 1);
-  TARN_NATIVE_ASSERT(i_strideX == 1);
-  TARN_NATIVE_ASSERT(i_strideY == 1);
-  TARN_NATIVE_ASSERT(i_dilateX == 1);
-  TARN_NATIVE_ASSERT(i_dilateY == 1);
-  TARN_NATIVE_ASSERT((i_srcH - i_dilateY * (i_kernelY - 1) - 1) / i_strideY + 1 == i_dstH);
-  TARN_NATIVE_ASSERT((i_srcW - i_dilateX * (i_kernelX - 1) - 1) / i_strideX + 1 == i_dstW);
+  TARN_CHECK_CORE_CHANNELS((i_inChannels + 7) / 8, (i_outChannels + 7) / 8);
+  TARN_CHECK_CORE_GEOMETRY(1, 1);
   if (i_dstC <= 0 || i_dstH <= 0 || i_dstW <= 0) return;
-  const ptrdiff_t row = ptrdiff_t(i_dstW) * 8;
-  const ptrdiff_t plane = row * i_dstH;
-  __m128 w[8];
+  const ptrdiff_t row = ptrdiff_t(i_dstW) * 8, plane = row * i_dstH;
   for (int ob = 0; ob < i_dstC; ++ob) {
     for (int ib = 0; ib < i_srcC; ++ib) {
-      const float* tile = weight + (ptrdiff_t(ob) * i_srcC + ib) * 64;
-      // An 8x8 tile is all sixteen registers: sweep the plane once per half.
-      for (int half = 0; half < 2; ++half) {
-        LoadHalfTile(tile, half, w);
-        const float* s = src + ib * plane;
-        float* d = dst + ob * plane + 4 * half;
-        for (int y = 0; y < i_dstH; ++y, s += row, d += row) RowC8Half(s, d, i_dstW, w);
-      }
+      SweepTileC8(weight + (ptrdiff_t(ob) * i_srcC + ib) * 64, src + ib * plane, dst + ob * plane, row, row, i_dstH,
+                  i_dstW);
     }
   }
 }
 
 void conv2d_k3x3_s1x1_d1x1_g1_c8hw8_f32_sse_m0(TARN_CONV_CORE_PARAMS) {
-  TARN_NATIVE_ASSERT(i_groups == 1);
-  TARN_NATIVE_ASSERT((i_inChannels + 7) / 8 == i_srcC);
-  TARN_NATIVE_ASSERT((i_outChannels + 7) / 8 == i_dstC);
-  TARN_NATIVE_ASSERT(i_kernelX == 3);
-  TARN_NATIVE_ASSERT(i_kernelY == 3);
-  TARN_NATIVE_ASSERT(i_strideX == 1);
-  TARN_NATIVE_ASSERT(i_strideY == 1);
-  TARN_NATIVE_ASSERT(i_dilateX == 1);
-  TARN_NATIVE_ASSERT(i_dilateY == 1);
-  TARN_NATIVE_ASSERT((i_srcH - i_dilateY * (i_kernelY - 1) - 1) / i_strideY + 1 == i_dstH);
-  TARN_NATIVE_ASSERT((i_srcW - i_dilateX * (i_kernelX - 1) - 1) / i_strideX + 1 == i_dstW);
+  TARN_CHECK_CORE_CHANNELS((i_inChannels + 7) / 8, (i_outChannels + 7) / 8);
+  TARN_CHECK_CORE_GEOMETRY(3, 3);
   if (i_dstC <= 0 || i_dstH <= 0 || i_dstW <= 0) return;
   const ptrdiff_t srcRow = ptrdiff_t(i_srcW) * 8, srcPlane = srcRow * i_srcH;
   const ptrdiff_t dstRow = ptrdiff_t(i_dstW) * 8, dstPlane = dstRow * i_dstH;
-  __m128 w[8];
   for (int ob = 0; ob < i_dstC; ++ob) {
     for (int ib = 0; ib < i_srcC; ++ib) {
       for (int ky = 0; ky < 3; ++ky) {
         for (int kx = 0; kx < 3; ++kx) {
-          const float* tile = weight + ((ptrdiff_t(ob) * i_srcC + ib) * 9 + ky * 3 + kx) * 64;
-          for (int half = 0; half < 2; ++half) {
-            LoadHalfTile(tile, half, w);
-            const float* s = src + ib * srcPlane + ky * srcRow + kx * 8;
-            float* d = dst + ob * dstPlane + 4 * half;
-            for (int y = 0; y < i_dstH; ++y, s += srcRow, d += dstRow) RowC8Half(s, d, i_dstW, w);
-          }
+          SweepTileC8(weight + ((ptrdiff_t(ob) * i_srcC + ib) * 9 + ky * 3 + kx) * 64,
+                      src + ib * srcPlane + ky * srcRow + kx * 8, dst + ob * dstPlane, srcRow, dstRow, i_dstH, i_dstW);
         }
       }
     }

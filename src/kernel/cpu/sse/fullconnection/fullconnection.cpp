@@ -9,26 +9,13 @@ namespace kernel {
 bool FullConnection_SSE_C_Float_M1::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                                             std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                                             std::shared_ptr<runtime::Context> context) const {
-  std::shared_ptr<runtime::TensorCPU> output;
-  auto input = Prepare(inputs, context, &output);
-  if (!input) return false;
-  functional::fullconnection_sse_c_f32_m2(input->DataAs<float>(), in_features_, out_features_,
-                                          weight_->DataAs<float>(), BiasData(), output->DataAs<float>());
-  outputs.assign(1, output);
-  return true;
+  return ForwardWith(inputs, outputs, context, functional::fullconnection_sse_c_f32_m2);
 }
 
 bool FullConnection_SSE_C44_Float_M1::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                                               std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                                               std::shared_ptr<runtime::Context> context) const {
-  std::shared_ptr<runtime::TensorCPU> output;
-  auto input = Prepare(inputs, context, &output);
-  if (!input) return false;
-  native::fullconnection_sse_c44_f32_m1(input->DataAs<float>(), static_cast<int>(in_features_),
-                                        static_cast<int>(out_features_), weight_->DataAs<float>(),
-                                        bias_ ? bias_->DataAs<float>() : nullptr, output->DataAs<float>());
-  outputs.assign(1, output);
-  return true;
+  return ForwardWith(inputs, outputs, context, native::fullconnection_sse_c44_f32_m1);
 }
 
 bool FullConnection_SSE_BC_Float_M1::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
@@ -47,21 +34,9 @@ bool FullConnection_SSE_BC_Float_M1::Forward(const std::vector<std::shared_ptr<r
 bool FullConnection_SSE_C4HW4_Float_M1::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                                                 std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                                                 std::shared_ptr<runtime::Context> context) const {
-  std::shared_ptr<runtime::TensorCPU> output;
-  auto input = Prepare(inputs, context, &output);
-  if (!input) return false;
-  if (bias_) {
-    FillBias_MainMemory_CHW_Float_Fallback_M1(output, bias_);
-  } else {
-    FillZero_MainMemory_Float_Fallback_M1(output);
-  }
-  const auto& d = input->shape.dims;
-  FullConnection_SSE_C4HW4_Float_M1_Full_Connection(input->DataAs<float>(), static_cast<int>(MapChannels(input->shape)),
-                                                    static_cast<int>(d[1]), static_cast<int>(d[2]),
-                                                    static_cast<int>(out_features_), weight_->DataAs<float>(),
-                                                    output->DataAs<float>());
-  outputs.assign(1, output);
-  return true;
+  // The output is CHW {outFeatures, 1, 1}: the portable bias fill serves.
+  return ForwardMap(inputs, outputs, context, FillBias_MainMemory_CHW_Float_Fallback_M1,
+                    FullConnection_SSE_C4HW4_Float_M1_Full_Connection);
 }
 
 }  // namespace kernel

@@ -12,7 +12,7 @@ class FullConnection_SSE_C_Float_M1 : public FullConnectionKernelBase {
   ~FullConnection_SSE_C_Float_M1() override;
   TRN_KERNEL_NAME(FullConnection_SSE_C_Float_M1)
   FullConnection_SSE_C_Float_M1() : FullConnectionKernelBase(InputForm::kVector) {}
-  TRN_FC_FORWARD
+  TRN_LAYER_FORWARD
 };
 
 // Flat vector, weight re-ordered into 4x4 tiles in Config; both feature
@@ -22,7 +22,7 @@ class FullConnection_SSE_C44_Float_M1 : public FullConnectionKernelBase {
   ~FullConnection_SSE_C44_Float_M1() override;
   TRN_KERNEL_NAME(FullConnection_SSE_C44_Float_M1)
   FullConnection_SSE_C44_Float_M1() : FullConnectionKernelBase(InputForm::kVector, WeightOrder::kTiles44, 4) {}
-  TRN_FC_FORWARD
+  TRN_LAYER_FORWARD
 };
 
 // Batch rows [batch, inFeatures] to [batch, outFeatures].
@@ -31,7 +31,7 @@ class FullConnection_SSE_BC_Float_M1 : public FullConnectionKernelBase {
   ~FullConnection_SSE_BC_Float_M1() override;
   TRN_KERNEL_NAME(FullConnection_SSE_BC_Float_M1)
   FullConnection_SSE_BC_Float_M1() : FullConnectionKernelBase(InputForm::kBatchRows) {}
-  TRN_FC_FORWARD
+  TRN_LAYER_FORWARD
 };
 
 // A C4HW4 map flattened in CHW order; the output is CHW {outFeatures, 1, 1}.
@@ -40,7 +40,7 @@ class FullConnection_SSE_C4HW4_Float_M1 : public FullConnectionKernelBase {
   ~FullConnection_SSE_C4HW4_Float_M1() override;
   TRN_KERNEL_NAME(FullConnection_SSE_C4HW4_Float_M1)
   FullConnection_SSE_C4HW4_Float_M1() : FullConnectionKernelBase(InputForm::kC4HW4) {}
-  TRN_FC_FORWARD
+  TRN_LAYER_FORWARD
 };
 
 }  // namespace kernel

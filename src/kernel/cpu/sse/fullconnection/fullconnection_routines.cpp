@@ -2,8 +2,8 @@
 #include <immintrin.h>
 
 #include <cstddef>
-#include <cstring>
 
+#include "kernel/cpu/fallback/fullconnection/fc_output.h"
 #include "tarn/kernel/fullconnection.h"
 #include "tarn/utility/log.h"
 
@@ -12,14 +12,6 @@ namespace kernel {
 namespace {
 
 using std::ptrdiff_t;
-
-void InitOutput(const float* bias, float* output, std::size_t count) {
-  if (bias != nullptr) {
-    std::memcpy(output, bias, count * sizeof(float));
-  } else {
-    std::memset(output, 0, count * sizeof(float));
-  }
-}
 
 inline float ScalarFma(float a, float b, float c) {
   return _mm_cvtss_f32(_mm_fmadd_ss(_mm_set_ss(a), _mm_set_ss(b), _mm_set_ss(c)));
@@ -130,7 +122,7 @@ namespace functional {
 void fullconnection_sse_c_f32_m1(const float* input, const std::uint32_t& inFeatures,
                                  const std::uint32_t& outFeatures, const float* weight, const float* bias,
                                  float* output) {
-  InitOutput(bias, output, outFeatures);
+  detail::InitFcOutput(bias, output, outFeatures);
   const std::size_t whole = inFeatures / 4 * 4;
   alignas(16) float lanes[4];
   for (std::size_t o = 0; o < outFeatures; ++o) {
@@ -148,7 +140,7 @@ void fullconnection_sse_c_f32_m1(const float* input, const std::uint32_t& inFeat
 void fullconnection_sse_c_f32_m2(const float* input, const std::uint32_t& inFeatures,
                                  const std::uint32_t& outFeatures, const float* weight, const float* bias,
                                  float* output) {
-  InitOutput(bias, output, outFeatures);
+  detail::InitFcOutput(bias, output, outFeatures);
   const ptrdiff_t in = inFeatures;
   std::size_t o = 0;
   for (; o + 4 <= outFeatures; o += 4) {
@@ -167,7 +159,7 @@ void fullconnection_sse_c44_f32_m1(float* input, int i_inFeatures, int i_outFeat
   TARN_NATIVE_ASSERT(i_inFeatures % 4 == 0);
   TARN_NATIVE_ASSERT(i_outFeatures % 4 == 0);
   if (i_outFeatures <= 0) return;
-  InitOutput(bias, output, static_cast<std::size_t>(i_outFeatures));
+  detail::InitFcOutput(bias, output, static_cast<std::size_t>(i_outFeatures));
   const int inBlocks = i_inFeatures / 4;
   for (int ob = 0; ob < i_outFeatures / 4; ++ob) {
     const float* tile = weight + ptrdiff_t(ob) * inBlocks * 16;
@@ -190,7 +182,7 @@ void FullConnection_SSE_BC_Float_M1_Full_Connection(const float* input, int batc
                                                     const float* weight, const float* bias, float* output) {
   if (batch <= 0 || outFeatures <= 0) return;
   const ptrdiff_t in = inFeatures, out = outFeatures;
-  for (int b = 0; b < batch; ++b) InitOutput(bias, output + b * out, static_cast<std::size_t>(out));
+  for (int b = 0; b < batch; ++b) detail::InitFcOutput(bias, output + b * out, static_cast<std::size_t>(out));
   int b = 0;
   for (; b + 4 <= batch; b += 4) {
     const float* x[4] = {input + b * in, input + (b + 1) * in, input + (b + 2) * in, input + (b + 3) * in};

@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "kernel/cpu/core_test_util.h"
-#include "test_util.h"
 
 namespace tarn {
 namespace testing {
@@ -12,9 +11,6 @@ namespace {
 
 using conv::CoreDesc;
 namespace native = kernel::native;
-
-#define SKIP_WITHOUT_AVX() \
-  if (!conv::CanRunAVX()) GTEST_SKIP() << "no AVX2 + FMA"
 
 const CoreDesc kAvxCores[] = {
     {"c4hw4_avx_m0", native::conv2d_k1x1_s1x1_d1x1_g1_c4hw4_f32_avx_m0, 4, 4,
@@ -53,28 +49,14 @@ std::vector<std::tuple<int, std::pair<unsigned, unsigned>>> CoreCases() {
 class ConvCoreAvx : public ::testing::TestWithParam<std::tuple<int, std::pair<unsigned, unsigned>>> {};
 
 TEST_P(ConvCoreAvx, MatchesTheReferenceForWidthsOneToSeventeen) {
-  SKIP_WITHOUT_AVX();
-  const CoreDesc& core = kAvxCores[std::get<0>(GetParam())];
-  const auto channels = std::get<1>(GetParam());
-  for (unsigned h : {1u, 3u}) {
-    for (unsigned w = 1; w <= 17; ++w) {
-      EXPECT_TRUE(conv::CheckCore(core, channels.first, channels.second, h, w, 10 * w + h))
-          << core.name << " h " << h << " w " << w;
-    }
-  }
+  conv::ExpectCoreWidths(kAvxCores[std::get<0>(GetParam())], std::get<1>(GetParam()));
 }
 
-INSTANTIATE_TEST_SUITE_P(Cores, ConvCoreAvx, ::testing::ValuesIn(CoreCases()),
-                         [](const auto& info) {
-                           return std::string(kAvxCores[std::get<0>(info.param)].name) + "_" +
-                                  std::to_string(std::get<1>(info.param).first) + "to" +
-                                  std::to_string(std::get<1>(info.param).second);
-                         });
+INSTANTIATE_TEST_SUITE_P(Cores, ConvCoreAvx, ::testing::ValuesIn(CoreCases()), conv::CoreCaseName<kAvxCores>);
 
 // Input counts 5..7 and 0 modulo 8 pass the rounding-by-3 check of the second
 // C8HW8-to-C4HW4 core; 13 and 21 are the tail cases among them.
 TEST(ConvCoreAvxOddCheck, AcceptedCountsComputeCorrectly) {
-  SKIP_WITHOUT_AVX();
   for (unsigned c : {5u, 6u, 7u, 8u, 13u, 16u, 21u}) {
     for (unsigned w : {1u, 2u, 7u, 8u, 9u, 15u}) {
       EXPECT_TRUE(conv::CheckCore(kAvxCores[kOddCheckCore], c, 6, 2, w, c + w)) << c << " channels, width " << w;
@@ -83,42 +65,24 @@ TEST(ConvCoreAvxOddCheck, AcceptedCountsComputeCorrectly) {
 }
 
 TEST(ConvCoreAvxDeathTest, TheSecondC8ToC4CoreRoundsWithThree) {
-  SKIP_WITHOUT_AVX();
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  std::vector<float> buf(4096, 0.0f);
-  float* b = buf.data();
-  // 9 channels are two C8HW8 blocks, but (9 + 3) / 8 == 1.
-  EXPECT_DEATH(native::conv2d_k1x1_s1x1_d1x1_g1_c8hw8_to_c4hw4_f32_avx_m1(9, 2, 2, b, 2, 4, 1, 1, 1, 1, 1, 1, 1, b, 1,
-                                                                         2, 2, b),
-               conv::Quoted("(i_inChannels + 3) / 8 == i_srcC"));
-  EXPECT_DEATH(native::conv2d_k1x1_s1x1_d1x1_g1_c8hw8_to_c4hw4_f32_avx_m1(8, 2, 2, b, 1, 5, 1, 1, 1, 1, 1, 1, 1, b, 1,
-                                                                         2, 2, b),
-               conv::Quoted("(i_outChannels + 3) / 4 == i_dstC"));
-  // The first form uses the ordinary C8HW8 rule for the same 9 channels.
-  EXPECT_DEATH(native::conv2d_k1x1_s1x1_d1x1_g1_c8hw8_to_c4hw4_f32_avx_m0(9, 2, 2, b, 1, 4, 1, 1, 1, 1, 1, 1, 1, b, 1,
-                                                                         2, 2, b),
-               conv::Quoted("(i_inChannels + 7) / 8 == i_srcC"));
+  conv::ExpectCoreDeaths({
+      // 9 channels are two C8HW8 blocks, but (9 + 3) / 8 == 1.
+      {kAvxCores[6].fn, {9, 2, 2, 2, 4, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2}, "(i_inChannels + 3) / 8 == i_srcC"},
+      {kAvxCores[6].fn, {8, 2, 2, 1, 5, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2}, "(i_outChannels + 3) / 4 == i_dstC"},
+      // The first form uses the ordinary C8HW8 rule for the same 9 channels.
+      {kAvxCores[5].fn, {9, 2, 2, 1, 4, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2}, "(i_inChannels + 7) / 8 == i_srcC"},
+  });
 }
 
 TEST(ConvCoreAvxDeathTest, LayoutRulesOfEveryPair) {
-  SKIP_WITHOUT_AVX();
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  std::vector<float> buf(4096, 0.0f);
-  float* b = buf.data();
-  EXPECT_DEATH(native::conv2d_k1x1_s1x1_d1x1_g1_c4hw4_f32_avx_m0(5, 2, 2, b, 1, 4, 1, 1, 1, 1, 1, 1, 1, b, 1, 2, 2, b),
-               conv::Quoted("(i_inChannels + 3) / 4 == i_srcC"));
-  EXPECT_DEATH(native::conv2d_k1x1_s1x1_d1x1_g1_c4hw4_f32_avx_m1(4, 2, 2, b, 1, 5, 1, 1, 1, 1, 1, 1, 1, b, 1, 2, 2, b),
-               conv::Quoted("(i_outChannels + 3) / 4 == i_dstC"));
-  EXPECT_DEATH(native::conv2d_k1x1_s1x1_d1x1_g1_c8hw8_f32_avx_m3(9, 2, 2, b, 1, 8, 1, 1, 1, 1, 1, 1, 1, b, 1, 2, 2, b),
-               conv::Quoted("(i_inChannels + 7) / 8 == i_srcC"));
-  EXPECT_DEATH(native::conv2d_k1x1_s1x1_d1x1_g1_c4hw4_to_c8hw8_f32_avx_m0(4, 2, 2, b, 1, 9, 1, 1, 1, 1, 1, 1, 1, b, 1,
-                                                                         2, 2, b),
-               conv::Quoted("(i_outChannels + 7) / 8 == i_dstC"));
-  EXPECT_DEATH(native::conv2d_k1x1_s1x1_d1x1_g1_c8hw8_to_chw_f32_avx_m0(8, 2, 2, b, 1, 3, 1, 1, 1, 1, 1, 1, 1, b, 1, 2,
-                                                                       2, b),
-               conv::Quoted("i_outChannels == i_dstC"));
-  EXPECT_DEATH(native::conv2d_k1x1_s1x1_d1x1_g1_c8hw8_f32_avx_m0(8, 2, 2, b, 1, 8, 1, 1, 1, 1, 2, 1, 1, b, 1, 2, 2, b),
-               conv::Quoted("i_dilateY == 1"));
+  conv::ExpectCoreDeaths({
+      {kAvxCores[0].fn, {5, 2, 2, 1, 4, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2}, "(i_inChannels + 3) / 4 == i_srcC"},
+      {kAvxCores[1].fn, {4, 2, 2, 1, 5, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2}, "(i_outChannels + 3) / 4 == i_dstC"},
+      {kAvxCores[3].fn, {9, 2, 2, 1, 8, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2}, "(i_inChannels + 7) / 8 == i_srcC"},
+      {kAvxCores[4].fn, {4, 2, 2, 1, 9, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2}, "(i_outChannels + 7) / 8 == i_dstC"},
+      {kAvxCores[7].fn, {8, 2, 2, 1, 3, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2}, "i_outChannels == i_dstC"},
+      {kAvxCores[2].fn, {8, 2, 2, 1, 8, 1, 1, 1, 1, 2, 1, 1, 1, 2, 2}, "i_dilateY == 1"},
+  });
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
-// The AVX fully connected routines against the double reference.
+// The AVX fully connected members and routines against PyTorch fixtures and
+// the double reference, and the members' refusals.
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -6,66 +7,64 @@
 #include "kernel/cpu/fc_test_util.h"
 #include "tarn/kernel/fullconnection.h"
 #include "tarn/kernel/packing.h"
-#include "test_util.h"
 
 namespace tarn {
 namespace testing {
 namespace {
 
-// Row-major [out][in] as N8C88c8n tiles, counts rounded up with zero lanes.
-std::vector<float> Tiles8(const std::vector<float>& w, unsigned in, unsigned out) {
-  const unsigned ib = (in + 7) / 8, ob = (out + 7) / 8;
-  std::vector<float> t(std::size_t(ib) * ob * 64, 0.0f);
-  for (unsigned o = 0; o < out; ++o)
-    for (unsigned i = 0; i < in; ++i) t[((o / 8) * ib + i / 8) * 64 + (i % 8) * 8 + o % 8] = w[std::size_t(o) * in + i];
-  return t;
+using conv::Form;
+
+const conv::FcMember kAvxMembers[] = {
+    {"FullConnection_AVX_C_Float_M1", Form::kVector, 1},   {"FullConnection_AVX_C_Float_M2", Form::kVector, 1},
+    {"FullConnection_AVX_C_Float_M3", Form::kVector, 1},   {"FullConnection_AVX_C88_Float_M1", Form::kVector, 8},
+    {"FullConnection_AVX_C8HW8_Float_M1", Form::kC8HW8, 1},
+};
+
+TRN_FC_MEMBER_TESTS(FullConnectionAvx, kAvxMembers);
+
+// Row-major and 8x8-tiled forms; the tiled form with rounded-up tiles takes
+// any counts, the c88 one whole tiles only.
+TEST(FullConnectionAvxRoutines, RowMajorAndTiledFormsMatchTheReference) {
+  const std::vector<unsigned> outs = {1, 3, 4, 7, 8, 9, 16, 17};
+  conv::ExpectRoutineMatches(
+      "m0",
+      [](std::vector<float>& x, const std::vector<float>& w, unsigned in, unsigned out, float* bias, float* y) {
+        auto rows = w;
+        kernel::native::fc_c_f32_avx_m0(x.data(), in, out, rows.data(), bias, y);
+      },
+      conv::FeatureCounts(), outs);
+  conv::ExpectRoutineMatches(
+      "M2",
+      [](std::vector<float>& x, const std::vector<float>& w, unsigned in, unsigned out, float* bias, float* y) {
+        auto tiles = conv::Tiles(w, in, out, 8);
+        kernel::FullConnection_AVX_C_Float_M2_Full_Connection(x.data(), in, out, tiles.data(), bias, y);
+      },
+      conv::FeatureCounts(), outs);
+  conv::ExpectRoutineMatches(
+      "M3",
+      [](std::vector<float>& x, const std::vector<float>& w, unsigned in, unsigned out, float* bias, float* y) {
+        auto rows = w;
+        kernel::FullConnection_AVX_C_Float_M3_Full_Connection(x.data(), in, out, rows.data(), bias, y);
+      },
+      conv::FeatureCounts(), outs);
+  conv::ExpectRoutineMatches(
+      "c88",
+      [](std::vector<float>& x, const std::vector<float>& w, unsigned in, unsigned out, float* bias, float* y) {
+        auto tiles = conv::Tiles(w, in, out, 8);
+        kernel::native::fc_c88_f32_avx_m0(x.data(), in, out, tiles.data(), bias, y);
+      },
+      conv::FeatureCounts(), outs, 8);
 }
 
-class FullConnectionAvxRoutines : public ::testing::TestWithParam<unsigned> {};
-
-TEST_P(FullConnectionAvxRoutines, RowMajorAndTiledFormsMatchTheReference) {
-  if (!conv::CanRunAVX()) GTEST_SKIP();
-  const unsigned in = GetParam();
-  for (unsigned out : {1u, 3u, 4u, 7u, 8u, 9u, 16u, 17u}) {
-    auto x = conv::Random(in, in), w = conv::Random(std::size_t(in) * out, out), b = conv::Random(out, 7);
-    std::vector<float> tiles = Tiles8(w, in, out);
-    for (float* bias : {b.data(), static_cast<float*>(nullptr)}) {
-      const conv::Ref want = conv::NaiveFc(in, out, x, w, bias);
-      std::vector<float> y(out, 99.0f);
-      kernel::native::fc_c_f32_avx_m0(x.data(), in, out, w.data(), bias, y.data());
-      EXPECT_TRUE(conv::Near(y, want)) << "m0 " << in << " -> " << out;
-      y.assign(out, 99.0f);
-      kernel::FullConnection_AVX_C_Float_M2_Full_Connection(x.data(), in, out, tiles.data(), bias, y.data());
-      EXPECT_TRUE(conv::Near(y, want)) << "M2 " << in << " -> " << out;
-      y.assign(out, 99.0f);
-      kernel::FullConnection_AVX_C_Float_M3_Full_Connection(x.data(), in, out, w.data(), bias, y.data());
-      EXPECT_TRUE(conv::Near(y, want)) << "M3 " << in << " -> " << out;
-      if (in % 8 == 0 && out % 8 == 0) {
-        y.assign(out, 99.0f);
-        kernel::native::fc_c88_f32_avx_m0(x.data(), in, out, tiles.data(), bias, y.data());
-        EXPECT_TRUE(conv::Near(y, want)) << "c88 " << in << " -> " << out;
-      }
-    }
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(InputCounts, FullConnectionAvxRoutines, ::testing::ValuesIn(conv::FeatureCounts()),
-                         TRN_INDEX_NAMES);
-
-TEST(FullConnectionAvxC88, OneTileAndTheBiasOnlyCase) {
-  if (!conv::CanRunAVX()) GTEST_SKIP();
-  auto x = conv::Random(8, 1), w = conv::Random(64, 2), b = conv::Random(8, 3);
-  auto tiles = Tiles8(w, 8, 8);
+TEST(FullConnectionAvxC88, WithoutInputsTheOutputIsTheBias) {
+  auto x = conv::Random(8, 1), b = conv::Random(8, 3);
+  auto tiles = conv::Tiles(conv::Random(64, 2), 8, 8, 8);
   std::vector<float> y(8);
-  kernel::native::fc_c88_f32_avx_m0(x.data(), 8, 8, tiles.data(), b.data(), y.data());
-  EXPECT_TRUE(conv::Near(y, conv::NaiveFc(8, 8, x, w, b.data())));
-  // No inputs: the output is the bias.
   kernel::native::fc_c88_f32_avx_m0(x.data(), 0, 8, tiles.data(), b.data(), y.data());
   EXPECT_EQ(y, b);
 }
 
 TEST(FullConnectionAvxC88DeathTest, CountsMustBeMultiplesOfEight) {
-  if (!conv::CanRunAVX()) GTEST_SKIP();
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   std::vector<float> buf(512, 0.0f);
   EXPECT_DEATH(kernel::native::fc_c88_f32_avx_m0(buf.data(), 12, 8, buf.data(), nullptr, buf.data()),
@@ -77,7 +76,6 @@ TEST(FullConnectionAvxC88DeathTest, CountsMustBeMultiplesOfEight) {
 // The C8HW8 map routine reads the weight packed as [1, O, C*H*W, 1, 1] in
 // GN8C8HW8c8n and accumulates onto the C8HW8 output.
 TEST(FullConnectionAvxC8HW8, MapsOfEveryPlaneSizeAndChannelTail) {
-  if (!conv::CanRunAVX()) GTEST_SKIP();
   auto ctx = conv::MakeContext();
   for (unsigned c : {1u, 3u, 8u, 9u, 13u, 17u}) {
     for (unsigned plane : {1u, 2u, 3u, 4u, 7u}) {

@@ -179,13 +179,6 @@ TEST(Packing, EveryOrderRefusesTensorsThatAreNotFloatGNCHW) {
   }
 }
 
-TEST(Packing, GN4CHW4RoundsTheBlockCountDown) {
-  auto ctx = conv::MakeContext();
-  auto packed = kernel::Function_Tensor_GNCHW_To_GN4CHW4_Fallback(Weight(ctx->cpu, {1, 6, 2, 1, 1}, 3), ctx->cpu);
-  ASSERT_NE(packed, nullptr);
-  EXPECT_EQ(packed->shape.dims, (std::vector<unsigned>{1, 1, 2, 1, 1, 4}));
-}
-
 TEST(Packing, ConcatValueThenGN4CHW4KeepsEveryOutputChannel) {
   auto ctx = conv::MakeContext();
   auto weight = Weight(ctx->cpu, {2, 6, 3, 1, 2}, 5);
@@ -210,23 +203,18 @@ TEST(Packing, ConcatValueThenGN4CHW4KeepsEveryOutputChannel) {
   EXPECT_EQ(filled->DataAs<float>()[6 * 6], 2.5f);
 }
 
+// A matrix [N, C] is the weight of a one-group 1x1 convolution: its tiles
+// follow the GNCHW gather with G, H and W of one.
 TEST(Packing, NCToN8C88c8nHoldsTileRowsOfEightOutputs) {
   auto ctx = conv::MakeContext();
   const unsigned n = 11, c = 19;
   const std::vector<float> data = conv::Random(n * c, 9);
-  auto matrix = conv::MakeTensor(ctx->cpu, {n, c}, TensorShape::CHW, data);
-  auto packed = kernel::Function_Tensor_NC_To_N8C88c8n_Fallback(matrix, ctx->cpu);
+  auto packed = kernel::Function_Tensor_NC_To_N8C88c8n_Fallback(conv::MakeTensor(ctx->cpu, {n, c}, TensorShape::CHW, data),
+                                                                ctx->cpu);
   ASSERT_NE(packed, nullptr);
   EXPECT_EQ(packed->shape.dims, (std::vector<unsigned>{2, 3, 8, 8}));
-  const float* p = packed->DataAs<float>();
-  for (unsigned ob = 0; ob < 2; ++ob)
-    for (unsigned ib = 0; ib < 3; ++ib)
-      for (unsigned k = 0; k < 8; ++k)
-        for (unsigned j = 0; j < 8; ++j) {
-          const unsigned o = 8 * ob + j, i = 8 * ib + k;
-          const float want = o < n && i < c ? data[o * c + i] : 0.0f;
-          ASSERT_EQ(p[((ob * 3 + ib) * 8 + k) * 8 + j], want);
-        }
+  const Order nc = {"N8C88c8n", nullptr, {Block(N, 8), Block(C, 8), Lane(C, 8), Lane(N, 8)}, true};
+  EXPECT_EQ(conv::Values(packed), Gather(nc, {1, n, c, 1, 1}, data));
   auto rank3 = conv::MakeTensor(ctx->cpu, {1, n, c}, TensorShape::CHW, data);
   EXPECT_EQ(kernel::Function_Tensor_NC_To_N8C88c8n_Fallback(rank3, ctx->cpu), nullptr);
 }

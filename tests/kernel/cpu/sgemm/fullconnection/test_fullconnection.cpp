@@ -1,28 +1,27 @@
-// The CBLAS fully connected routine against the double reference.
+// The CBLAS fully connected member and routine against PyTorch fixtures and
+// the double reference, and its refusals.
 #include <gtest/gtest.h>
 
 #include <vector>
 
 #include "kernel/cpu/fc_test_util.h"
 #include "tarn/kernel/fullconnection.h"
-#include "test_util.h"
 
 namespace tarn {
 namespace testing {
 namespace {
 
+const conv::FcMember kSgemm[] = {{"FullConnection_SGEMM_C_Float_M1", conv::Form::kVector, 1}};
+
+TRN_FC_MEMBER_TESTS(FullConnectionSgemm, kSgemm);
+
 TEST(FullConnectionSgemmRoutine, AddsTheProductOntoTheBias) {
-  for (unsigned in : conv::FeatureCounts()) {
-    for (unsigned out : {1u, 5u, 16u}) {
-      const auto x = conv::Random(in, in), w = conv::Random(std::size_t(in) * out, out), b = conv::Random(out, 2);
-      const std::uint32_t fin = in, fout = out;
-      std::vector<float> y(out, 99.0f);
-      kernel::functional::fullconnection_sgemm_c_f32_m1(x.data(), fin, fout, w.data(), b.data(), y.data());
-      EXPECT_TRUE(conv::Near(y, conv::NaiveFc(in, out, x, w, b.data()))) << in << " -> " << out;
-      kernel::functional::fullconnection_sgemm_c_f32_m1(x.data(), fin, fout, w.data(), nullptr, y.data());
-      EXPECT_TRUE(conv::Near(y, conv::NaiveFc(in, out, x, w, nullptr))) << in << " -> " << out;
-    }
-  }
+  conv::ExpectRoutineMatches(
+      "sgemm",
+      [](std::vector<float>& x, const std::vector<float>& w, unsigned in, unsigned out, float* bias, float* y) {
+        kernel::functional::fullconnection_sgemm_c_f32_m1(x.data(), in, out, w.data(), bias, y);
+      },
+      conv::FeatureCounts(), {1, 5, 16});
 }
 
 }  // namespace

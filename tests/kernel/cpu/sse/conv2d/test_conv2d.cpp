@@ -1,36 +1,27 @@
-// The SSE convolution members against the double reference over strides,
-// dilations, groups, asymmetric padding and channel counts with tails.
+// The SSE convolution members against PyTorch fixtures and the double
+// reference over strides, dilations, groups, asymmetric padding and channel
+// counts with tails, and their refusals.
 #include <gtest/gtest.h>
 
 #include "kernel/cpu/conv2d_test_util.h"
-#include "test_util.h"
 
 namespace tarn {
 namespace testing {
 namespace {
 
-using conv::ConvGeom;
-using conv::MemberDesc;
-
-const MemberDesc kSseMembers[] = {
-    {"Conv2D_Knxm_Snxm_Dnxm_Gn_SSE_CHW_Float_M1", 1, false, true},
-    {"Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C4HW4_Float_M1", 4, false, true},
-    {"Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C8HW8_Float_M1", 8, false, true},
+const conv::MemberDesc kSseMembers[] = {
+    {"Conv2D_Knxm_Snxm_Dnxm_Gn_SSE_CHW_Float_M1", 1},
+    {"Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C4HW4_Float_M1", 4},
+    {"Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C8HW8_Float_M1", 8},
 };
+
+TRN_CONV2D_MEMBER_TESTS(Conv2DSse, kSseMembers);
 
 class Conv2DSseGrid : public ::testing::TestWithParam<std::tuple<int, int, std::pair<unsigned, unsigned>>> {};
 
-// Input widths run over 17 values so the core sees every tail length.
 TEST_P(Conv2DSseGrid, MatchesTheDoubleReference) {
-  const MemberDesc& m = kSseMembers[std::get<0>(GetParam())];
-  if (!conv::CanRun(m)) GTEST_SKIP();
-  const conv::Geometry& k = conv::Geometries()[std::get<1>(GetParam())];
-  const auto ch = std::get<2>(GetParam());
-  const unsigned h0 = conv::MinExtent(k.ky, k.dy, k.pt, k.pb), w0 = conv::MinExtent(k.kx, k.dx, k.pl, k.pr);
-  for (unsigned extra = 0; extra < 17; ++extra) {
-    const ConvGeom g = conv::Make(k, ch.first, ch.second, 1, h0 + extra % 3, w0 + extra, extra % 2 == 0);
-    EXPECT_TRUE(conv::RunConvMember(m, g, 100 + extra));
-  }
+  conv::ExpectGridMatches(kSseMembers[std::get<0>(GetParam())], conv::Geometries()[std::get<1>(GetParam())],
+                          std::get<2>(GetParam()), 100);
 }
 
 INSTANTIATE_TEST_SUITE_P(Members, Conv2DSseGrid,
@@ -42,15 +33,13 @@ class Conv2DSseGroups : public ::testing::TestWithParam<int> {};
 
 // Grouped and depthwise layers through the CHW member: one core call per group.
 TEST_P(Conv2DSseGroups, GroupedLayersMatchTheDoubleReference) {
-  const MemberDesc& m = kSseMembers[0];
-  if (!conv::CanRun(m)) GTEST_SKIP();
   const conv::Geometry& k = conv::Geometries()[GetParam()];
   const unsigned cng[][3] = {{6, 9, 3}, {5, 5, 5}, {8, 4, 2}, {4, 8, 4}, {16, 16, 16}};
+  const unsigned h0 = conv::MinExtent(k.ky, k.dy, k.pt, k.pb), w0 = conv::MinExtent(k.kx, k.dx, k.pl, k.pr);
   for (const auto& t : cng) {
-    const unsigned h0 = conv::MinExtent(k.ky, k.dy, k.pt, k.pb), w0 = conv::MinExtent(k.kx, k.dx, k.pl, k.pr);
     for (unsigned extra = 0; extra < 5; ++extra) {
-      const ConvGeom g = conv::Make(k, t[0], t[1], t[2], h0 + 1, w0 + 3 * extra, extra % 2 == 1);
-      EXPECT_TRUE(conv::RunConvMember(m, g, 7 + extra));
+      const conv::ConvGeom g = conv::Make(k, t[0], t[1], t[2], h0 + 1, w0 + 3 * extra, extra % 2 == 1);
+      EXPECT_TRUE(conv::RunConvMember(kSseMembers[0], g, 7 + extra));
     }
   }
 }
