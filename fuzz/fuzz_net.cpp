@@ -9,6 +9,7 @@
 #include <string>
 
 #include "tarn/runtime/binary_stream.h"
+#include "tarn/runtime/memory_pool.h"
 #include "tarn/utility/log.h"
 #include "tarn/utility/model_loader.h"
 
@@ -23,6 +24,11 @@ struct World {
   World() {
     utility::init_register_operators(kernels, params);
     utility::create_context(ctx, 64);
+    // A hostile layer can ask for an output or column buffer of gigabytes;
+    // the pool's limit turns that into a failed forward pass.
+    if (auto* pool = dynamic_cast<runtime::AlignedPool*>(ctx->cpu->pool().get())) pool->SetByteLimit(size_t(512) << 20);
+    if (auto* pool = dynamic_cast<runtime::AlignedPool*>(ctx->cpu->dynamic_pool().get()))
+      pool->SetByteLimit(size_t(512) << 20);
   }
 };
 

@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <cstdlib>
 #include <new>
+#include <stdexcept>
+#include <string>
 
 #include "tarn/utility/log.h"
 
@@ -33,12 +35,41 @@ void* AlignedPool::AllocateBlock(std::size_t size) {
   return p;
 }
 
+void AlignedPool::SetByteLimit(std::size_t bytes) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  byte_limit_ = bytes;
+}
+
+std::size_t AlignedPool::byte_limit() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return byte_limit_;
+}
+
+void AlignedPool::CheckLimit(std::size_t size) const {
+  if (size <= byte_limit_ && in_use_ <= byte_limit_ - size) return;
+  throw std::runtime_error("memory pool limit of " + std::to_string(byte_limit_) + " bytes reached: " +
+                           std::to_string(in_use_) + " in use, " + std::to_string(size) + " requested");
+}
+
 void* AlignedPool::Malloc(std::size_t size) {
-  void* p = AllocateBlock(size);
+  {
+    // The bytes are reserved before allocating so that concurrent requests
+    // cannot pass the limit together.
+    std::lock_guard<std::mutex> lock(mutex_);
+    CheckLimit(size);
+    in_use_ += size;
+    if (in_use_ > peak_) peak_ = in_use_;
+  }
+  void* p = nullptr;
+  try {
+    p = AllocateBlock(size);
+  } catch (...) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    in_use_ -= size;
+    throw;
+  }
   std::lock_guard<std::mutex> lock(mutex_);
   blocks_.emplace(p, size);
-  in_use_ += size;
-  if (in_use_ > peak_) peak_ = in_use_;
   return p;
 }
 
@@ -83,6 +114,7 @@ void* AlignUpPool::Malloc(std::size_t size) {
   const std::size_t rounded = ((size + alignment_ - 1) / alignment_) * alignment_;
   {
     std::lock_guard<std::mutex> lock(mutex_);
+    CheckLimit(rounded);
     auto it = cache_.find(rounded);
     if (it != cache_.end()) {
       void* p = it->second;

@@ -57,6 +57,31 @@ TEST(MemoryPool, AlignUpPoolRoundsAndReusesBlocks) {
   EXPECT_THROW(pool.Malloc(SIZE_MAX - 8), std::bad_alloc);
 }
 
+TEST(MemoryPool, ByteLimitRefusesRequestsThatWouldPassIt) {
+  runtime::AlignUpPool pool(64);
+  EXPECT_EQ(pool.byte_limit(), SIZE_MAX);
+  pool.SetByteLimit(256);
+  void* a = pool.Malloc(100);  // 128 after rounding
+  void* b = pool.Malloc(128);
+  EXPECT_EQ(pool.BytesInUse(), 256u);
+  EXPECT_THROW(pool.Malloc(1), std::runtime_error) << "exactly at the limit, one byte more is refused";
+  EXPECT_EQ(pool.BytesInUse(), 256u) << "a refusal reserves nothing";
+  pool.Free(b);
+  EXPECT_THROW(pool.Malloc(129), std::runtime_error) << "a cached block is not reused past the limit either";
+  void* c = pool.Malloc(128);
+  EXPECT_EQ(c, b);
+  pool.Free(a);
+  pool.Free(c);
+  runtime::AlignedPool plain(16);
+  plain.SetByteLimit(32);
+  EXPECT_THROW(plain.Malloc(SIZE_MAX), std::runtime_error) << "no overflow in the sum";
+  void* d = plain.Malloc(32);
+  plain.Free(d);
+  plain.SetByteLimit(SIZE_MAX);
+  EXPECT_THROW(plain.Malloc(SIZE_MAX - 64), std::bad_alloc);
+  EXPECT_EQ(plain.BytesInUse(), 0u) << "a failed allocation gives back its reservation";
+}
+
 TEST(MemoryPool, CacheIsBounded) {
   runtime::AlignUpPool pool(64, 128);
   void* a = pool.Malloc(128);

@@ -160,6 +160,23 @@ TEST_F(NetTest, IntermediatesAreReleasedAfterTheirLastReader) {
   EXPECT_EQ(ctx->cpu->pool()->BytesInUse(), 2 * bytes) << "the input and the requested output remain";
 }
 
+TEST_F(NetTest, APoolLimitFailsTheForwardPassNotTheProcess) {
+  testing::LogCapture log;
+  NetRecipe recipe;
+  recipe.Input("x").Scale("a", "x", 2).Scale("b", "a", 3);
+  auto net = CreateNet(recipe.model, recipe.cfg, registry, ctx);
+  auto input = FloatTensor(ctx, {1, 2, 3, 4});
+  auto* pool = dynamic_cast<AlignedPool*>(ctx->cpu->pool().get());
+  ASSERT_NE(pool, nullptr);
+  pool->SetByteLimit(pool->BytesInUse() + 64);  // room for one intermediate, not two
+  EXPECT_TRUE(net->Forward({{0, input}}, {2}, ctx).empty());
+  EXPECT_TRUE(log.Contains("memory pool limit of", utility::kLogError));
+  pool->SetByteLimit(SIZE_MAX);
+  auto out = net->Forward({{0, input}}, {2}, ctx);
+  ASSERT_EQ(out.size(), 1u);
+  EXPECT_EQ(Values(out.at(2)[0]), (std::vector<float>{6, 12, 18, 24}));
+}
+
 TEST_F(NetTest, TimingVectorsAndProfiler) {
   testing::LogCapture log(0);
   NetRecipe recipe;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <mutex>
 #include <unordered_map>
@@ -36,8 +37,16 @@ class AlignedPool : public MemoryPool {
   void ResetPeak() override;
   std::size_t alignment() const { return alignment_; }
 
+  // A ceiling on the bytes in use at once (unlimited by default). A request
+  // that would pass it throws std::runtime_error instead of allocating, so a
+  // hostile model that asks for gigabytes fails its forward pass cleanly.
+  void SetByteLimit(std::size_t bytes);
+  std::size_t byte_limit() const;
+
  protected:
   void* AllocateBlock(std::size_t size);
+  // Called with mutex_ held; throws when `size` more bytes would pass the limit.
+  void CheckLimit(std::size_t size) const;
   // Alignment actually used: a power of two, at least 16.
   static std::size_t NormaliseAlignment(std::size_t alignment);
 
@@ -46,6 +55,7 @@ class AlignedPool : public MemoryPool {
   std::unordered_map<void*, std::size_t> blocks_;
   std::size_t in_use_ = 0;
   std::size_t peak_ = 0;
+  std::size_t byte_limit_ = SIZE_MAX;
 };
 
 // Rounds every request up to a multiple of the alignment and keeps freed
