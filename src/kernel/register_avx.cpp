@@ -16,6 +16,24 @@
 #include "kernel/cpu/avx/pooling/pooling.h"
 #include "kernel/cpu/avx/layout_transform/layout_transform.h"
 
+// Specialised convolutions.
+// (specialised conv includes)
+
+// Depthwise and transposed convolutions.
+// (depthwise conv includes)
+
+// Recurrent layers.
+// (recurrent includes)
+
+// Shape operations, concatenation, padding and Gemm.
+// (shape includes)
+
+// Normalisation, resampling, softmax, clip and grid sampling.
+// (resampling includes)
+
+// Quantisation converters.
+// (quantisation includes)
+
 namespace tarn {
 namespace kernel {
 
@@ -56,6 +74,25 @@ void RegisterAVX(runtime::KernelRegistry& registry) {
   TRN_REGISTER_KERNEL(registry, LayoutTransform_MainMemory_CHW_Float_To_C8HW8_AVX_M1);
   TRN_REGISTER_KERNEL(registry, LayoutTransform_MainMemory_C8HW8_Float_To_CHW_AVX_M1);
   TRN_REGISTER_KERNEL(registry, LayoutTransform_MainMemory_C8HW8_Float_To_CHW_AVX_M2);
+
+  // Specialised convolutions.
+  // (specialised conv registrations)
+
+  // Depthwise and transposed convolutions.
+  // (depthwise conv registrations)
+
+  // Recurrent layers.
+  // (recurrent registrations)
+
+  // Shape operations, concatenation, padding and Gemm.
+  // (shape registrations)
+
+  // Normalisation, resampling, softmax, clip and grid sampling.
+  // (resampling registrations)
+
+  // Quantisation converters.
+  // (quantisation registrations)
+
   (void)registry;
 }
 

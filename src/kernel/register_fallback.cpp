@@ -17,6 +17,24 @@
 #include "kernel/cpu/fallback/tensor_arithmetic/tensor_arithmetic.h"
 #include "kernel/cpu/fallback/pooling/pooling.h"
 
+// Specialised convolutions.
+// (specialised conv includes)
+
+// Depthwise and transposed convolutions.
+// (depthwise conv includes)
+
+// Recurrent layers.
+// (recurrent includes)
+
+// Shape operations, concatenation, padding and Gemm.
+// (shape includes)
+
+// Normalisation, resampling, softmax, clip and grid sampling.
+// (resampling includes)
+
+// Quantisation converters.
+// (quantisation includes)
+
 namespace tarn {
 namespace kernel {
 
@@ -49,6 +67,24 @@ void RegisterFallback(runtime::KernelRegistry& registry) {
   TRN_REGISTER_KERNEL(registry, Pooling2D_Max_Fallback_Float_M1);
   TRN_REGISTER_KERNEL(registry, Pooling2D_Avg_Fallback_Float_M1);
   TRN_REGISTER_KERNEL(registry, AdaptivePooling2D_Avg_Fallback_CHW_Float_M1);
+
+  // Specialised convolutions.
+  // (specialised conv registrations)
+
+  // Depthwise and transposed convolutions.
+  // (depthwise conv registrations)
+
+  // Recurrent layers.
+  // (recurrent registrations)
+
+  // Shape operations, concatenation, padding and Gemm.
+  // (shape registrations)
+
+  // Normalisation, resampling, softmax, clip and grid sampling.
+  // (resampling registrations)
+
+  // Quantisation converters.
+  // (quantisation registrations)
 }
 
 }  // namespace kernel

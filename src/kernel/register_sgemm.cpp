@@ -10,6 +10,24 @@
 // Element kernels: activations, element-wise, pooling, layout transforms.
 // (element includes)
 
+// Specialised convolutions.
+// (specialised conv includes)
+
+// Depthwise and transposed convolutions.
+// (depthwise conv includes)
+
+// Recurrent layers.
+// (recurrent includes)
+
+// Shape operations, concatenation, padding and Gemm.
+// (shape includes)
+
+// Normalisation, resampling, softmax, clip and grid sampling.
+// (resampling includes)
+
+// Quantisation converters.
+// (quantisation includes)
+
 namespace tarn {
 namespace kernel {
 
@@ -20,6 +38,25 @@ void RegisterSGEMM(runtime::KernelRegistry& registry) {
   TRN_REGISTER_KERNEL(registry, FullConnection_SGEMM_C_Float_M1);
   // Element kernels.
   // (element registrations)
+
+  // Specialised convolutions.
+  // (specialised conv registrations)
+
+  // Depthwise and transposed convolutions.
+  // (depthwise conv registrations)
+
+  // Recurrent layers.
+  // (recurrent registrations)
+
+  // Shape operations, concatenation, padding and Gemm.
+  // (shape registrations)
+
+  // Normalisation, resampling, softmax, clip and grid sampling.
+  // (resampling registrations)
+
+  // Quantisation converters.
+  // (quantisation registrations)
+
   (void)registry;
 }
 

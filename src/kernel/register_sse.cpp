@@ -14,6 +14,24 @@
 #include "kernel/cpu/sse/pooling/pooling.h"
 #include "kernel/cpu/sse/layout_transform/layout_transform.h"
 
+// Specialised convolutions.
+// (specialised conv includes)
+
+// Depthwise and transposed convolutions.
+// (depthwise conv includes)
+
+// Recurrent layers.
+// (recurrent includes)
+
+// Shape operations, concatenation, padding and Gemm.
+// (shape includes)
+
+// Normalisation, resampling, softmax, clip and grid sampling.
+// (resampling includes)
+
+// Quantisation converters.
+// (quantisation includes)
+
 namespace tarn {
 namespace kernel {
 
@@ -60,6 +78,25 @@ void RegisterSSE(runtime::KernelRegistry& registry) {
   TRN_REGISTER_KERNEL(registry, LayoutTransform_MainMemory_C8HW8_Float_To_CHW_SSE_M2);
   TRN_REGISTER_KERNEL(registry, LayoutTransform_MainMemory_C4HW4_Float_To_C8HW8_SSE_M1);
   TRN_REGISTER_KERNEL(registry, LayoutTransform_MainMemory_C8HW8_Float_To_C4HW4_SSE_M1);
+
+  // Specialised convolutions.
+  // (specialised conv registrations)
+
+  // Depthwise and transposed convolutions.
+  // (depthwise conv registrations)
+
+  // Recurrent layers.
+  // (recurrent registrations)
+
+  // Shape operations, concatenation, padding and Gemm.
+  // (shape registrations)
+
+  // Normalisation, resampling, softmax, clip and grid sampling.
+  // (resampling registrations)
+
+  // Quantisation converters.
+  // (quantisation registrations)
+
   (void)registry;
 }
 
