@@ -22,20 +22,6 @@ using runtime::TensorShape;
 
 namespace {
 
-// Buffers of a pass are addressed with int arguments by the raw routines.
-constexpr std::uint64_t kMaxFloats = INT_MAX;
-
-// Whether the product of `factors` stays within kMaxFloats (no overflow on
-// the way: shapes may claim any dims).
-bool FitsInt(std::initializer_list<std::uint64_t> factors) {
-  std::uint64_t product = 1;
-  for (std::uint64_t f : factors) {
-    if (f != 0 && product > kMaxFloats / f) return false;
-    product *= f;
-  }
-  return product <= kMaxFloats;
-}
-
 bool ReadParams(const runtime::Conv2dInfo& info, Conv2DParams* p) {
   if (info.in_channels == 0 || info.out_channels == 0 || info.kernel_x == 0 || info.kernel_y == 0 ||
       info.stride_x == 0 || info.stride_y == 0 || info.dilation_x == 0 || info.dilation_y == 0 || info.groups == 0 ||
@@ -60,6 +46,42 @@ bool ReadParams(const runtime::Conv2dInfo& info, Conv2DParams* p) {
 }
 
 }  // namespace
+
+bool FitsInt(std::initializer_list<std::uint64_t> factors) {
+  constexpr std::uint64_t kMaxFloats = INT_MAX;
+  std::uint64_t product = 1;
+  for (std::uint64_t f : factors) {
+    if (f != 0 && product > kMaxFloats / f) return false;
+    product *= f;
+  }
+  return product <= kMaxFloats;
+}
+
+void FillBiasOrZero(const std::shared_ptr<runtime::TensorCPU>& output, const std::shared_ptr<runtime::TensorCPU>& bias,
+                    void (*fill)(const std::shared_ptr<runtime::TensorCPU>&, const std::shared_ptr<runtime::TensorCPU>&)) {
+  if (bias && fill) {
+    fill(output, bias);
+  } else if (output->shape.data_type == TensorShape::INT16) {
+    FillZero_MainMemory_Int16_Fallback_M1(output);
+  } else {
+    FillZero_MainMemory_Float_Fallback_M1(output);
+  }
+}
+
+TensorShape Conv2DKernelBase::Port::Shape(std::uint32_t count, std::uint32_t h, std::uint32_t w) const {
+  if (lanes == 1) return runtime::MakeShape({count, h, w}, type);
+  return runtime::MakeShape({ChannelBlocks(count, lanes), h, w, lanes}, type, layout);
+}
+
+bool Conv2DKernelBase::Port::Holds(const TensorShape& shape, std::uint32_t count) const {
+  const auto& d = shape.dims;
+  if (shape.data_type != type || shape.location != TensorShape::MainMemory) return false;
+  if (lanes == 1) {
+    return d.size() == 3 && (shape.layout == TensorShape::CHW || shape.layout == TensorShape::FLEXIABLE) &&
+           d[0] == count;
+  }
+  return d.size() == 4 && shape.layout == layout && d[3] == lanes && d[0] == ChannelBlocks(count, lanes);
+}
 
 Conv2DKernelBase::Conv2DKernelBase(Port input, Port output, bool builds_column, Geometry geometry, WeightOrder order)
     : in_(input), out_(output), builds_column_(builds_column), geometry_(geometry), order_(order) {}
@@ -129,25 +151,15 @@ Conv2DKernelBase::TensorCPUPtr Conv2DKernelBase::PackWeight(const TensorCPUPtr&,
 bool Conv2DKernelBase::MakePlan(const TensorShape& input, Conv2DPlan* plan) const {
   const Conv2DParams& p = params_;
   const auto& d = input.dims;
-  if (input.data_type != in_.type || input.location != TensorShape::MainMemory) return false;
-  std::uint64_t stored_channels = 0;
-  if (in_.lanes == 1) {
-    if (d.size() != 3 || (input.layout != TensorShape::CHW && input.layout != TensorShape::FLEXIABLE)) return false;
-    if (d[0] != InChannels()) return false;
-    stored_channels = d[0];
-  } else {
-    if (d.size() != 4 || input.layout != in_.layout || d[3] != in_.lanes) return false;
-    if (d[0] != ChannelBlocks(InChannels(), in_.lanes)) return false;
-    stored_channels = std::uint64_t(d[0]) * in_.lanes;
-  }
+  if (!in_.Holds(input, InChannels())) return false;
+  const std::uint64_t stored_channels = std::uint64_t(d[0]) * in_.lanes;
   const std::uint64_t ph = std::uint64_t(d[1]) + p.padding_t + p.padding_b;
   const std::uint64_t pw = std::uint64_t(d[2]) + p.padding_l + p.padding_r;
   const std::int64_t oh = ConvOutputSize(static_cast<std::int64_t>(ph), p.kernel_y, p.stride_y, p.dilation_y);
   const std::int64_t ow = ConvOutputSize(static_cast<std::int64_t>(pw), p.kernel_x, p.stride_x, p.dilation_x);
   if (oh <= 0 || ow <= 0) return false;
   // Every buffer of the pass must stay addressable with int arguments.
-  const std::uint64_t out_stored =
-      out_.lanes == 1 ? OutChannels() : std::uint64_t(ChannelBlocks(OutChannels(), out_.lanes)) * out_.lanes;
+  const std::uint64_t out_stored = std::uint64_t(out_.Stored(OutChannels())) * out_.lanes;
   if (!FitsInt({stored_channels, ph, pw}) || !FitsInt({out_stored, std::uint64_t(oh), std::uint64_t(ow)})) {
     return false;
   }
@@ -204,9 +216,7 @@ Conv2DKernelBase::TensorCPUPtr Conv2DKernelBase::Padded(const TensorCPUPtr& inpu
 }
 
 TensorShape Conv2DKernelBase::OutputShape(const Conv2DPlan& plan) const {
-  if (out_.lanes == 1) return runtime::MakeShape({OutChannels(), plan.out_h, plan.out_w}, out_.type);
-  return runtime::MakeShape({ChannelBlocks(OutChannels(), out_.lanes), plan.out_h, plan.out_w, out_.lanes}, out_.type,
-                            out_.layout);
+  return out_.Shape(OutChannels(), plan.out_h, plan.out_w);
 }
 
 Conv2DKernelBase::TensorCPUPtr Conv2DKernelBase::CreateOutput(const Conv2DPlan& plan,
@@ -217,13 +227,7 @@ Conv2DKernelBase::TensorCPUPtr Conv2DKernelBase::CreateOutput(const Conv2DPlan& 
 Conv2DKernelBase::TensorCPUPtr Conv2DKernelBase::BiasedOutput(const Conv2DPlan& plan, runtime::DeviceCPU& device,
                                                               FillFn fill) const {
   auto output = CreateOutput(plan, device);
-  if (bias_ && fill) {
-    fill(output, bias_);
-  } else if (out_.type == TensorShape::INT16) {
-    FillZero_MainMemory_Int16_Fallback_M1(output);
-  } else {
-    FillZero_MainMemory_Float_Fallback_M1(output);
-  }
+  FillBiasOrZero(output, bias_, fill);
   return output;
 }
 

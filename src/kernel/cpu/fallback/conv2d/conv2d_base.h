@@ -6,10 +6,12 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <memory>
 #include <vector>
 
 #include "kernel/cpu/fallback/conv_core/layer_kernel_base.h"
+#include "tarn/kernel/conv_layout.h"
 #include "tarn/kernel/native_conv.h"
 
 namespace tarn {
@@ -33,6 +35,16 @@ struct Conv2DPlan {
   std::uint32_t padded_h = 0, padded_w = 0;
   std::uint32_t out_h = 0, out_w = 0;
 };
+
+// Whether the product of `factors` stays within INT_MAX (without overflowing
+// on the way: shapes may claim any dims). The raw routines address buffers
+// with int arguments.
+bool FitsInt(std::initializer_list<std::uint64_t> factors);
+
+// `output` holding the bias written by `fill`, or zero when there is no bias
+// or no `fill` (16-bit outputs are zeroed as such).
+void FillBiasOrZero(const std::shared_ptr<runtime::TensorCPU>& output, const std::shared_ptr<runtime::TensorCPU>& bias,
+                    void (*fill)(const std::shared_ptr<runtime::TensorCPU>&, const std::shared_ptr<runtime::TensorCPU>&));
 
 class Conv2DKernelBase : public LayerKernelBase {
  public:
@@ -79,6 +91,14 @@ class Conv2DKernelBase : public LayerKernelBase {
     static Port Blocked(runtime::TensorShape::Layout layout, std::uint32_t lanes) {
       return {layout, lanes, runtime::TensorShape::FLOAT32, 0};
     }
+
+    // Stored planes (CHW) or blocks for `count` real channels.
+    std::uint32_t Stored(std::uint32_t count) const { return lanes == 1 ? count : ChannelBlocks(count, lanes); }
+    // The shape of a tensor of this port holding `count` real channels of h x w.
+    runtime::TensorShape Shape(std::uint32_t count, std::uint32_t h, std::uint32_t w) const;
+    // Whether `shape` is a main-memory tensor of this port (a CHW port also
+    // takes FLEXIABLE) holding `count` real channels.
+    bool Holds(const runtime::TensorShape& shape, std::uint32_t count) const;
   };
 
   // -1 unless the record is a Conv2dInfo with non-zero channels, kernel,
