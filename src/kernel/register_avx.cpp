@@ -21,6 +21,8 @@
 
 // Depthwise and transposed convolutions.
 // (depthwise conv includes)
+#include "kernel/cpu/avx/depthwise_conv2d/depthwise_conv2d.h"
+#include "kernel/cpu/avx/conv_transpose2d/conv_transpose2d.h"
 
 // Recurrent layers.
 // (recurrent includes)
@@ -80,6 +82,13 @@ void RegisterAVX(runtime::KernelRegistry& registry) {
 
   // Depthwise and transposed convolutions.
   // (depthwise conv registrations)
+  TRN_REGISTER_KERNEL(registry, Depthwise_Conv2D_K3x3_S1x1_D1x1_AVX_C4HW4_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Depthwise_Conv2D_K3x3_S2x2_D1x1_AVX_C4HW4_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Depthwise_Conv2D_K3x3_S1x1_D1x1_AVX_C8HW8_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Depthwise_Conv2D_K3x3_S2x2_D1x1_AVX_C8HW8_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Depthwise_Conv2D_K5x5_S1x1_D1x1_AVX_C8HW8_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Depthwise_Conv2D_K5x5_S2x2_D1x1_AVX_C8HW8_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, ConvTranspose2d_K3x3_D1x1_G1_AVX_C8HW8_FLOAT_M1);
 
   // Recurrent layers.
   // (recurrent registrations)

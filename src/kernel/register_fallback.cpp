@@ -22,6 +22,7 @@
 
 // Depthwise and transposed convolutions.
 // (depthwise conv includes)
+#include "kernel/cpu/fallback/conv_transpose2d/conv_transpose2d.h"
 
 // Recurrent layers.
 // (recurrent includes)
@@ -73,6 +74,7 @@ void RegisterFallback(runtime::KernelRegistry& registry) {
 
   // Depthwise and transposed convolutions.
   // (depthwise conv registrations)
+  TRN_REGISTER_KERNEL(registry, ConvTranspose2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1);
 
   // Recurrent layers.
   // (recurrent registrations)

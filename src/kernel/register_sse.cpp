@@ -19,6 +19,8 @@
 
 // Depthwise and transposed convolutions.
 // (depthwise conv includes)
+#include "kernel/cpu/sse/depthwise_conv2d/depthwise_conv2d.h"
+#include "kernel/cpu/sse/conv_transpose2d/conv_transpose2d.h"
 
 // Recurrent layers.
 // (recurrent includes)
@@ -84,6 +86,12 @@ void RegisterSSE(runtime::KernelRegistry& registry) {
 
   // Depthwise and transposed convolutions.
   // (depthwise conv registrations)
+  TRN_REGISTER_KERNEL(registry, Depthwise_Conv2D_K3x3_S1x1_D1x1_SSE_CHW_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Depthwise_Conv2D_K3x3_S2x2_D1x1_SSE_CHW_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Depthwise_Conv2D_K3x3_S1x1_D1x1_SSE_C4HW4_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Depthwise_Conv2D_K3x3_S2x2_D1x1_SSE_C4HW4_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, ConvTranspose2d_K3x3_D1x1_G1_SSE_CHW_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, ConvTranspose2d_K3x3_D1x1_G1_SSE_C4HW4_FLOAT_M1);
 
   // Recurrent layers.
   // (recurrent registrations)

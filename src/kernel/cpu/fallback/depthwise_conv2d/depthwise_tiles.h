@@ -1,0 +1,101 @@
+// The depthwise convolution step, written once over a vector type and
+// instantiated by each family's file with its own vectors (SSE: CHW and
+// C4HW4; AVX: C4HW4 and C8HW8).
+//
+// The input is already padded, so every output pixel reads a whole window and
+// no pixel tests the border. Each output row is cut into tiles of Tr::kTile
+// registers that stay in registers across all K * K taps: a row no wider than
+// one tile is computed entirely in registers, one load of the bias-filled
+// output and one store per register. Per kernel row the K taps are loaded
+// once per tile. Pixels left over when a register spans several pixels (CHW,
+// two-pixel C4HW4) go through `Tail`, a vector type of one pixel.
+//
+// A vector type Tr provides:
+//   V                  the register type
+//   kPixels, kLanes    output pixels per register, floats per pixel
+//   kTapFloats         floats per packed tap (1 CHW: the tap is broadcast)
+//   kTile              registers of one row tile
+//   Load(p), Store(p, v)  kPixels consecutive output pixels at p
+//   LoadIn<S>(p)       input pixels p, p + S, ... (one per output pixel of a
+//                      register; p counts floats, a pixel is kLanes floats)
+//   Tap(w)             one packed tap spread over a register
+//   Fma(a, b, c)       a * b + c, fused
+#pragma once
+
+#include <cstddef>
+
+#include "kernel/cpu/fallback/conv_core/tile_dispatch.h"
+#include "kernel/cpu/fallback/depthwise_conv2d/depthwise_conv2d_base.h"
+
+namespace tarn {
+namespace kernel {
+namespace depthwise {
+
+// T registers of output pixels (T * kPixels pixels) starting at `out`, whose
+// windows start at `in` (rows `in_row` floats apart), through the K * K taps
+// at `w`.
+template <class Tr, int K, int S, int T>
+inline void Tile(const float* in, std::ptrdiff_t in_row, float* out, const float* w) {
+  constexpr int P = Tr::kPixels, L = Tr::kLanes;
+  typename Tr::V acc[T];
+#pragma GCC unroll 16
+  for (int t = 0; t < T; ++t) acc[t] = Tr::Load(out + t * P * L);
+#pragma GCC unroll 8
+  for (int ky = 0; ky < K; ++ky) {
+    const float* r = in + ky * in_row;
+    typename Tr::V tap[K];
+#pragma GCC unroll 8
+    for (int kx = 0; kx < K; ++kx) tap[kx] = Tr::Tap(w + (ky * K + kx) * Tr::kTapFloats);
+#pragma GCC unroll 8
+    for (int kx = 0; kx < K; ++kx) {
+#pragma GCC unroll 16
+      for (int t = 0; t < T; ++t) {
+        acc[t] = Tr::Fma(tap[kx], Tr::template LoadIn<S>(r + (t * P * S + kx) * L), acc[t]);
+      }
+    }
+  }
+#pragma GCC unroll 16
+  for (int t = 0; t < T; ++t) Tr::Store(out + t * P * L, acc[t]);
+}
+
+// One output row of out_w pixels.
+template <class Tr, class Tail, int K, int S>
+inline void Row(const float* in, std::ptrdiff_t in_row, float* out, int out_w, const float* w) {
+  static_assert(Tail::kPixels == 1 && Tail::kLanes == Tr::kLanes && Tail::kTapFloats == Tr::kTapFloats,
+                "the tail works on single pixels of the same layout");
+  constexpr int P = Tr::kPixels, L = Tr::kLanes, T = Tr::kTile;
+  const int units = out_w / P;
+  int u = 0;
+  for (; u + T <= units; u += T) {
+    Tile<Tr, K, S, T>(in + std::ptrdiff_t(u) * P * S * L, in_row, out + std::ptrdiff_t(u) * P * L, w);
+  }
+  if (u < units) {
+    DispatchTile<T>(units - u, [&](auto n) {
+      Tile<Tr, K, S, decltype(n)::value>(in + std::ptrdiff_t(u) * P * S * L, in_row, out + std::ptrdiff_t(u) * P * L, w);
+    });
+  }
+  for (int x = units * P; x < out_w; ++x) {
+    Tile<Tail, K, S, 1>(in + std::ptrdiff_t(x) * S * L, in_row, out + std::ptrdiff_t(x) * L, w);
+  }
+}
+
+// The whole step: every stored plane (channel or channel block), every row.
+template <class Tr, class Tail, int K, int S>
+void Step(const TensorCPUPtr& input, const TensorCPUPtr& output, const TensorCPUPtr& weight, const char* what) {
+  const DepthwiseStepArgs a = CheckDepthwiseStep(input, output, weight, K, S, Tr::kLanes, what);
+  constexpr int L = Tr::kLanes;
+  const std::ptrdiff_t in_row = std::ptrdiff_t(a.in_w) * L, in_plane = in_row * a.in_h;
+  const std::ptrdiff_t out_row = std::ptrdiff_t(a.out_w) * L, out_plane = out_row * a.out_h;
+  const std::ptrdiff_t w_plane = std::ptrdiff_t(K) * K * Tr::kTapFloats;
+  for (int b = 0; b < a.planes; ++b) {
+    const float* in = a.input + b * in_plane;
+    float* out = a.output + b * out_plane;
+    for (int oy = 0; oy < a.out_h; ++oy) {
+      Row<Tr, Tail, K, S>(in + oy * S * in_row, in_row, out + oy * out_row, a.out_w, a.weight + b * w_plane);
+    }
+  }
+}
+
+}  // namespace depthwise
+}  // namespace kernel
+}  // namespace tarn
