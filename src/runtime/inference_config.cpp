@@ -436,8 +436,24 @@ std::string CpuKernelName(const LayerInfo& layer, const std::string& family) {
                              c.dilation_x == 1 && c.dilation_y == 1 && c.groups == 1 && c.padding_l == 0 &&
                              c.padding_t == 0 && c.padding_r == 0 && c.padding_b == 0;
       if (sgemm && pointwise) return "Conv2d_K1x1_S1x1_D1x1_G1_SGEMM_CHW_FLOAT_M1";
+      // Depthwise 3x3 (one channel in and out per group), stride 1 or 2.
+      const bool depthwise = c.in_channels == c.groups && c.out_channels == c.groups &&
+                             c.kernel_x == 3 && c.kernel_y == 3 && c.dilation_x == 1 && c.dilation_y == 1 &&
+                             c.stride_x == c.stride_y && (c.stride_x == 1 || c.stride_x == 2);
+      if ((sse || avx) && depthwise) {
+        return c.stride_x == 1 ? "Depthwise_Conv2D_K3x3_S1x1_D1x1_SSE_CHW_FLOAT_M1"
+                               : "Depthwise_Conv2D_K3x3_S2x2_D1x1_SSE_CHW_FLOAT_M1";
+      }
       if (sse || avx) return "Conv2D_Knxm_Snxm_Dnxm_Gn_SSE_CHW_Float_M1";
       return "Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1";
+    }
+    case LAYER_CONVTRANSPOSE2D: {
+      const auto& c = static_cast<const ConvTranspose2dInfo&>(layer);
+      if ((sse || avx) && c.kernel_x == 3 && c.kernel_y == 3 && c.dilation_x == 1 && c.dilation_y == 1 &&
+          c.groups == 1) {
+        return "ConvTranspose2d_K3x3_D1x1_G1_SSE_CHW_FLOAT_M1";
+      }
+      return "ConvTranspose2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1";
     }
     case LAYER_MAXPOOL2D:
       return "Pooling2D_Max_Fallback_Float_M1";
