@@ -74,10 +74,13 @@ inline void BlockedTile(const ConvTranspose2DStepArgs& a, const ConvTranspose2DS
   for (int cb = 0; cb < a.in_planes; ++cb) {
     const float* row0 = a.input + cb * in_plane + r.in_row * in_row + std::ptrdiff_t(jx + a.border_x) * L;
     const float* w_cb = w_block + std::ptrdiff_t(cb) * K * K * L * L;
-    for (int my = 0; my < r.taps_y; ++my) {
-      const int ky = r.ry + int(g.stride_y) * my;
-      for (int mx = 0; mx < r.taps_x; ++mx) {
-        const int kx = r.rx + int(g.stride_x) * mx;
+    // Rows innermost: the taps of one row would read shifted copies of the
+    // same pixels, which compilers then try to carry between iterations in
+    // registers the accumulators need.
+    for (int mx = 0; mx < r.taps_x; ++mx) {
+      const int kx = r.rx + int(g.stride_x) * mx;
+      for (int my = 0; my < r.taps_y; ++my) {
+        const int ky = r.ry + int(g.stride_y) * my;
         const float* px = row0 - my * in_row - mx * L;
         const float* tile = w_cb + (ky * K + kx) * L * L;
 #pragma GCC unroll 8

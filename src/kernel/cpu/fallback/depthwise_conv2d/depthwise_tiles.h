@@ -7,8 +7,9 @@
 // registers that stay in registers across all K * K taps: a row no wider than
 // one tile is computed entirely in registers, one load of the bias-filled
 // output and one store per register. Per kernel row the K taps are loaded
-// once per tile. Pixels left over when a register spans several pixels (CHW,
-// two-pixel C4HW4) go through `Tail`, a vector type of one pixel.
+// once per tile. When a register spans several pixels (CHW, two-pixel C4HW4)
+// a row's last register overlaps the one before (see Row); rows narrower than
+// a register go through `Tail`, a vector type of one pixel.
 //
 // A vector type Tr provides:
 //   V                  the register type
@@ -23,6 +24,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 
 #include "kernel/cpu/fallback/conv_core/tile_dispatch.h"
 #include "kernel/cpu/fallback/depthwise_conv2d/depthwise_conv2d_base.h"
@@ -31,15 +33,16 @@ namespace tarn {
 namespace kernel {
 namespace depthwise {
 
-// T registers of output pixels (T * kPixels pixels) starting at `out`, whose
-// windows start at `in` (rows `in_row` floats apart), through the K * K taps
-// at `w`.
+// T registers of output pixels (T * kPixels pixels) whose windows start at
+// `in` (rows `in_row` floats apart), through the K * K taps at `w`: starting
+// from the values at `from`, the sums go to `to` (the same place but for the
+// last register of a row, see Row).
 template <class Tr, int K, int S, int T>
-inline void Tile(const float* in, std::ptrdiff_t in_row, float* out, const float* w) {
+inline void Tile(const float* in, std::ptrdiff_t in_row, const float* from, float* to, const float* w) {
   constexpr int P = Tr::kPixels, L = Tr::kLanes;
   typename Tr::V acc[T];
 #pragma GCC unroll 16
-  for (int t = 0; t < T; ++t) acc[t] = Tr::Load(out + t * P * L);
+  for (int t = 0; t < T; ++t) acc[t] = Tr::Load(from + t * P * L);
 #pragma GCC unroll 8
   for (int ky = 0; ky < K; ++ky) {
     const float* r = in + ky * in_row;
@@ -55,27 +58,43 @@ inline void Tile(const float* in, std::ptrdiff_t in_row, float* out, const float
     }
   }
 #pragma GCC unroll 16
-  for (int t = 0; t < T; ++t) Tr::Store(out + t * P * L, acc[t]);
+  for (int t = 0; t < T; ++t) Tr::Store(to + t * P * L, acc[t]);
 }
 
-// One output row of out_w pixels.
+// One output row of out_w pixels. A row that ends inside a register (CHW,
+// two-pixel C4HW4) computes that register first over its last kPixels
+// pixels, while they still hold the bias, and keeps only the pixels the other
+// registers do not cover; rows narrower than one register go pixel by pixel.
 template <class Tr, class Tail, int K, int S>
 inline void Row(const float* in, std::ptrdiff_t in_row, float* out, int out_w, const float* w) {
   static_assert(Tail::kPixels == 1 && Tail::kLanes == Tr::kLanes && Tail::kTapFloats == Tr::kTapFloats,
                 "the tail works on single pixels of the same layout");
   constexpr int P = Tr::kPixels, L = Tr::kLanes, T = Tr::kTile;
-  const int units = out_w / P;
+  const int units = out_w / P, rest = out_w - units * P;
+  const bool overlap = rest != 0 && units != 0;
+  alignas(32) float last[P * L];
+  if (overlap) {
+    const std::ptrdiff_t x = out_w - P;
+    Tile<Tr, K, S, 1>(in + x * S * L, in_row, out + x * L, last, w);
+  }
   int u = 0;
   for (; u + T <= units; u += T) {
-    Tile<Tr, K, S, T>(in + std::ptrdiff_t(u) * P * S * L, in_row, out + std::ptrdiff_t(u) * P * L, w);
+    float* o = out + std::ptrdiff_t(u) * P * L;
+    Tile<Tr, K, S, T>(in + std::ptrdiff_t(u) * P * S * L, in_row, o, o, w);
   }
   if (u < units) {
+    float* o = out + std::ptrdiff_t(u) * P * L;
     DispatchTile<T>(units - u, [&](auto n) {
-      Tile<Tr, K, S, decltype(n)::value>(in + std::ptrdiff_t(u) * P * S * L, in_row, out + std::ptrdiff_t(u) * P * L, w);
+      Tile<Tr, K, S, decltype(n)::value>(in + std::ptrdiff_t(u) * P * S * L, in_row, o, o, w);
     });
   }
+  if (overlap) {
+    std::memcpy(out + std::ptrdiff_t(units) * P * L, last + (P - rest) * L, sizeof(float) * rest * L);
+    return;
+  }
   for (int x = units * P; x < out_w; ++x) {
-    Tile<Tail, K, S, 1>(in + std::ptrdiff_t(x) * S * L, in_row, out + std::ptrdiff_t(x) * L, w);
+    float* o = out + std::ptrdiff_t(x) * L;
+    Tile<Tail, K, S, 1>(in + std::ptrdiff_t(x) * S * L, in_row, o, o, w);
   }
 }
 
