@@ -1,5 +1,7 @@
 // Shared set-up of the benchmark programs: the run's context lines (processor,
-// OpenBLAS core) and a device for tensor factories.
+// OpenBLAS core), a device for tensor factories, the FMA peak and copy
+// bandwidth yardsticks, and for the kernel benchmarks a registry of every
+// family, random maps in each layout and a table of timed results.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -10,9 +12,11 @@
 #include <chrono>
 #include <cstring>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
+#include "tarn/kernel/register.h"
 #include "tarn/runtime/context.h"
 #include "tarn/runtime/device_cpu.h"
 
@@ -93,6 +97,97 @@ inline double CopyBandwidthGBs(size_t bytes) {
   }
   benchmark::DoNotOptimize(dst.data());
   return static_cast<double>(bytes) * reps / seconds * 1e-9;
+}
+
+// ---------------------------------------------------------------- kernel benchmarks
+
+inline std::vector<float> Random(std::size_t n, unsigned seed) {
+  std::mt19937 rng(seed);
+  std::uniform_real_distribution<float> d(-1.0f, 1.0f);
+  std::vector<float> v(n);
+  for (float& f : v) f = d(rng);
+  return v;
+}
+
+// Every family's kernels, registered once.
+inline const runtime::KernelRegistry& Registry() {
+  static const runtime::KernelRegistry* r = [] {
+    auto* reg = new runtime::KernelRegistry();
+    kernel::RegisterFallback(*reg);
+    kernel::RegisterSSE(*reg);
+    kernel::RegisterAVX(*reg);
+    kernel::RegisterSGEMM(*reg);
+    return reg;
+  }();
+  return *r;
+}
+
+inline std::shared_ptr<runtime::Context> Context() {
+  static auto ctx = MakeContext();
+  return ctx;
+}
+
+// A random CHW map [c, h, w] in the layout of `lanes` (1 CHW, 4 C4HW4, 8 C8HW8).
+inline std::shared_ptr<runtime::TensorCPU> MapTensor(unsigned c, unsigned h, unsigned w, unsigned lanes,
+                                                     unsigned seed) {
+  using runtime::TensorShape;
+  const std::vector<float> chw = Random(std::size_t(c) * h * w, seed);
+  auto device = Context()->cpu;
+  if (lanes == 1) return device->CreateTensor(runtime::MakeShape({c, h, w}), chw.data());
+  const unsigned blocks = (c + lanes - 1) / lanes;
+  std::vector<float> blocked(std::size_t(blocks) * h * w * lanes, 0.0f);
+  for (unsigned ch = 0; ch < c; ++ch)
+    for (unsigned p = 0; p < h * w; ++p)
+      blocked[(std::size_t(ch / lanes) * h * w + p) * lanes + ch % lanes] = chw[std::size_t(ch) * h * w + p];
+  return device->CreateTensor(
+      runtime::MakeShape({blocks, h, w, lanes}, TensorShape::FLOAT32, lanes == 4 ? TensorShape::C4HW4 : TensorShape::C8HW8),
+      blocked.data());
+}
+
+// The vector width a result is measured against.
+enum class Width { kScalar, kSse, kAvx, kBlas };
+
+inline const char* WidthName(Width w) {
+  switch (w) {
+    case Width::kScalar: return "scalar";
+    case Width::kSse: return "SSE";
+    case Width::kAvx: return "AVX";
+    case Width::kBlas: return "BLAS";
+  }
+  return "";
+}
+
+struct Result {
+  std::string shape, member;
+  Width width;
+  double seconds;  // per call
+  double flops;
+};
+
+inline std::vector<Result>& Results() {
+  static std::vector<Result> r;
+  return r;
+}
+
+// Times `body` over the benchmark's iterations and records the result.
+template <typename Body>
+void Measure(benchmark::State& state, const std::string& shape, const std::string& member, Width width, double flops,
+             Body body) {
+  body();  // warm caches and the tensor pool
+  const auto start = std::chrono::steady_clock::now();
+  for (auto _ : state) body();
+  const double seconds =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() / double(state.iterations());
+  state.counters["GFLOPs"] = flops / seconds * 1e-9;
+  // The library calls a benchmark several times while it sizes the run; the
+  // last call is the one it reports.
+  for (Result& r : Results()) {
+    if (r.shape == shape && r.member == member) {
+      r.seconds = seconds;
+      return;
+    }
+  }
+  Results().push_back({shape, member, width, seconds, flops});
 }
 
 }  // namespace bench
