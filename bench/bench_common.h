@@ -190,6 +190,30 @@ void Measure(benchmark::State& state, const std::string& shape, const std::strin
   Results().push_back({shape, member, width, seconds, flops});
 }
 
+// Creates kernel `name`, configures it with `info` and times its Forward on
+// `inputs`, recorded under (shape, member); skips the benchmark when the
+// kernel is missing or refuses the record or the inputs.
+inline void MeasureKernel(benchmark::State& state, const std::string& name,
+                          const std::shared_ptr<runtime::LayerInfo>& info,
+                          const std::vector<std::shared_ptr<runtime::Tensor>>& inputs, const std::string& shape,
+                          const std::string& member, Width width, double flops) {
+  auto kernel = Registry().Create(name);
+  if (!kernel || !kernel->Config(info, nullptr, Context())) {
+    state.SkipWithError("Config failed");
+    return;
+  }
+  if (kernel->IsValidInput(inputs) != 0) {
+    state.SkipWithError("input refused");
+    return;
+  }
+  std::vector<std::shared_ptr<runtime::Tensor>> outputs;
+  Measure(state, shape, member, width, flops, [&] {
+    outputs.clear();
+    kernel->Forward(inputs, outputs, Context());
+    benchmark::DoNotOptimize(outputs[0]->Data());
+  });
+}
+
 }  // namespace bench
 }  // namespace tarn
 

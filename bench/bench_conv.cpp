@@ -25,15 +25,7 @@ namespace {
 using tarn::runtime::TensorShape;
 using TensorPtr = std::shared_ptr<tarn::runtime::Tensor>;
 using TensorCPUPtr = std::shared_ptr<tarn::runtime::TensorCPU>;
-using tarn::bench::Context;
-using tarn::bench::MapTensor;
-using tarn::bench::Measure;
-using tarn::bench::Random;
-using tarn::bench::Registry;
-using tarn::bench::Result;
-using tarn::bench::Results;
-using tarn::bench::Width;
-using tarn::bench::WidthName;
+using namespace tarn::bench;  // NOLINT: the shared helpers of the benchmark programs
 
 double g_peak_sse = 0.0, g_peak_avx = 0.0, g_copy_fc = 0.0;
 
@@ -86,22 +78,9 @@ void BM_Conv(benchmark::State& state, const ConvShape* shape, const ConvMember* 
   info->if_bias = member->bias;
   info->weight = tarn::runtime::EncodeWeights(Random(std::size_t(shape->n) * shape->c * shape->k * shape->k, 1));
   if (member->bias) info->bias = tarn::runtime::EncodeWeights(Random(shape->n, 2));
-  auto kernel = Registry().Create(member->name);
-  if (!kernel || !kernel->Config(info, nullptr, Context())) {
-    state.SkipWithError("Config failed");
-    return;
-  }
-  std::vector<TensorPtr> inputs = {MapTensor(shape->c, shape->h, shape->w, member->lanes, 3)}, outputs;
-  if (kernel->IsValidInput(inputs) != 0) {
-    state.SkipWithError("input refused");
-    return;
-  }
   const std::string name = std::string(member->name) + (member->bias ? "" : " (no bias)");
-  Measure(state, shape->label, name, member->width, shape->Flops(), [&] {
-    outputs.clear();
-    kernel->Forward(inputs, outputs, Context());
-    benchmark::DoNotOptimize(outputs[0]->Data());
-  });
+  MeasureKernel(state, member->name, info, {MapTensor(shape->c, shape->h, shape->w, member->lanes, 3)}, shape->label,
+                name, member->width, shape->Flops());
 }
 
 // The bare CBLAS product of a 1x1 layer: the yardstick of the SGEMM member.
@@ -237,19 +216,9 @@ void BM_Conv1D(benchmark::State& state, const char* name, Width width) {
   info->if_bias = true;
   info->weight = tarn::runtime::EncodeWeights(Random(std::size_t(n) * c * 3, 1));
   info->bias = tarn::runtime::EncodeWeights(Random(n, 2));
-  auto kernel = Registry().Create(name);
-  if (!kernel || !kernel->Config(info, nullptr, Context())) {
-    state.SkipWithError("Config failed");
-    return;
-  }
   const std::vector<float> x = Random(std::size_t(c) * length, 3);
-  std::vector<TensorPtr> inputs = {Context()->cpu->CreateTensor(tarn::runtime::MakeShape({c, length}), x.data())},
-                         outputs;
-  Measure(state, kConv1DLabel, name, width, 2.0 * n * c * 3 * length, [&] {
-    outputs.clear();
-    kernel->Forward(inputs, outputs, Context());
-    benchmark::DoNotOptimize(outputs[0]->Data());
-  });
+  MeasureKernel(state, name, info, {Context()->cpu->CreateTensor(tarn::runtime::MakeShape({c, length}), x.data())},
+                kConv1DLabel, name, width, 2.0 * n * c * 3 * length);
 }
 
 // ---------------------------------------------------------------- fully connected
@@ -279,26 +248,13 @@ void BM_Fc(benchmark::State& state, const FcMember* member) {
   info->if_bias = true;
   info->weight = tarn::runtime::EncodeWeights(Random(std::size_t(in) * out, 1));
   info->bias = tarn::runtime::EncodeWeights(Random(out, 2));
-  auto kernel = Registry().Create(member->name);
-  if (!kernel || !kernel->Config(info, nullptr, Context())) {
-    state.SkipWithError("Config failed");
-    return;
-  }
-  std::vector<TensorPtr> inputs, outputs;
+  std::vector<TensorPtr> inputs;
   if (member->lanes == 0) {
     inputs = {Context()->cpu->CreateTensor(tarn::runtime::MakeShape({in}), Random(in, 3).data())};
   } else {
     inputs = {MapTensor(in, 1, 1, member->lanes, 3)};
   }
-  if (kernel->IsValidInput(inputs) != 0) {
-    state.SkipWithError("input refused");
-    return;
-  }
-  Measure(state, kFcLabel, member->name, member->width, 2.0 * in * out, [&] {
-    outputs.clear();
-    kernel->Forward(inputs, outputs, Context());
-    benchmark::DoNotOptimize(outputs[0]->Data());
-  });
+  MeasureKernel(state, member->name, info, inputs, kFcLabel, member->name, member->width, 2.0 * in * out);
 }
 
 // ---------------------------------------------------------------- registration and report

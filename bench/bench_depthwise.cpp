@@ -23,16 +23,7 @@
 
 namespace {
 
-using tarn::bench::Context;
-using tarn::bench::MapTensor;
-using tarn::bench::Measure;
-using tarn::bench::Random;
-using tarn::bench::Registry;
-using tarn::bench::Result;
-using tarn::bench::Results;
-using tarn::bench::Width;
-using tarn::bench::WidthName;
-using TensorPtr = std::shared_ptr<tarn::runtime::Tensor>;
+using namespace tarn::bench;  // NOLINT: the shared helpers of the benchmark programs
 
 double g_peak_sse = 0.0, g_peak_avx = 0.0;
 std::map<std::string, double> g_torch;  // label -> seconds per call
@@ -96,21 +87,8 @@ void BM_Depthwise(benchmark::State& state, const DwShape* shape, const DwMember*
   info->if_bias = true;
   info->weight = tarn::runtime::EncodeWeights(Random(std::size_t(shape->c) * k * k, 1));
   info->bias = tarn::runtime::EncodeWeights(Random(shape->c, 2));
-  auto kernel = Registry().Create(member->name);
-  if (!kernel || !kernel->Config(info, nullptr, Context())) {
-    state.SkipWithError("Config failed");
-    return;
-  }
-  std::vector<TensorPtr> inputs = {MapTensor(shape->c, shape->size, shape->size, member->lanes, 3)}, outputs;
-  if (kernel->IsValidInput(inputs) != 0) {
-    state.SkipWithError("input refused");
-    return;
-  }
-  Measure(state, Label(*shape, k), member->name, member->width, DwFlops(*shape, k), [&] {
-    outputs.clear();
-    kernel->Forward(inputs, outputs, Context());
-    benchmark::DoNotOptimize(outputs[0]->Data());
-  });
+  MeasureKernel(state, member->name, info, {MapTensor(shape->c, shape->size, shape->size, member->lanes, 3)},
+                Label(*shape, k), member->name, member->width, DwFlops(*shape, k));
 }
 
 // ---------------------------------------------------------------- transposed
@@ -144,21 +122,8 @@ void BM_Transposed(benchmark::State& state, const TransposedMember* member) {
   info->if_bias = true;
   info->weight = tarn::runtime::EncodeWeights(Random(std::size_t(c) * n * k * k, 1));
   info->bias = tarn::runtime::EncodeWeights(Random(n, 2));
-  auto kernel = Registry().Create(member->name);
-  if (!kernel || !kernel->Config(info, nullptr, Context())) {
-    state.SkipWithError("Config failed");
-    return;
-  }
-  std::vector<TensorPtr> inputs = {MapTensor(c, size, size, member->lanes, 3)}, outputs;
-  if (kernel->IsValidInput(inputs) != 0) {
-    state.SkipWithError("input refused");
-    return;
-  }
-  Measure(state, kDecoder, member->name, member->width, 2.0 * c * n * k * k * size * size, [&] {
-    outputs.clear();
-    kernel->Forward(inputs, outputs, Context());
-    benchmark::DoNotOptimize(outputs[0]->Data());
-  });
+  MeasureKernel(state, member->name, info, {MapTensor(c, size, size, member->lanes, 3)}, kDecoder, member->name,
+                member->width, 2.0 * c * n * k * k * size * size);
 }
 
 // ---------------------------------------------------------------- registration, peer and report

@@ -9,10 +9,11 @@ lines instead, which bench_depthwise reads when it runs this script itself.
 Labels and shapes must stay those of bench/bench_depthwise.cpp.
 """
 import argparse
-import time
 
 import torch
 import torch.nn.functional as F
+
+from torch_conv_peer import timed
 
 # MobileNetV2's depthwise layers (input 224x224): label, channels, input size, stride.
 MBV2 = [
@@ -34,17 +35,6 @@ DECODER = ("decoder convT 3x3/2 64->32 56x56", 64, 32, 56, 3, 2, 1, 1)
 
 def label_5x5(label):
     return label.replace("mbv2 dw", "dw5x5", 1)
-
-
-def timed(fn, min_time):
-    fn()
-    calls, start = 0, time.perf_counter()
-    while True:
-        fn()
-        calls += 1
-        elapsed = time.perf_counter() - start
-        if elapsed >= min_time and calls >= 3:
-            return elapsed / calls
 
 
 def main():

@@ -13,6 +13,7 @@
 #include "kernel/cpu/fallback/conv_core/layer_kernel_base.h"
 #include "tarn/kernel/conv_layout.h"
 #include "tarn/kernel/native_conv.h"
+#include "tarn/runtime/layer_info.h"
 
 namespace tarn {
 namespace kernel {
@@ -35,6 +36,31 @@ struct Conv2DPlan {
   std::uint32_t padded_h = 0, padded_w = 0;
   std::uint32_t out_h = 0, out_w = 0;
 };
+
+// The geometry both two-dimensional convolution records hold (ConvGeometry),
+// stored into `p` (Conv2DParams, or parameters of the same field names):
+// false, `p` untouched, unless channels, kernel, stride, dilation and groups
+// are non-zero and both channel counts divide into the groups. The paddings
+// (of different types in the two records) are the caller's.
+template <class Params>
+bool ReadConvGeometry(const runtime::ConvGeometry& info, Params* p) {
+  if (info.in_channels == 0 || info.out_channels == 0 || info.kernel_x == 0 || info.kernel_y == 0 ||
+      info.stride_x == 0 || info.stride_y == 0 || info.dilation_x == 0 || info.dilation_y == 0 || info.groups == 0 ||
+      info.in_channels % info.groups != 0 || info.out_channels % info.groups != 0) {
+    return false;
+  }
+  p->kernel_x = info.kernel_x;
+  p->kernel_y = info.kernel_y;
+  p->stride_x = info.stride_x;
+  p->stride_y = info.stride_y;
+  p->dilation_x = info.dilation_x;
+  p->dilation_y = info.dilation_y;
+  p->groups = info.groups;
+  p->in_channels_per_group = info.in_channels / info.groups;
+  p->out_channels_per_group = info.out_channels / info.groups;
+  p->if_bias = info.if_bias ? 1 : 0;
+  return true;
+}
 
 // Whether the product of `factors` stays within INT_MAX (without overflowing
 // on the way: shapes may claim any dims). The raw routines address buffers

@@ -19,25 +19,11 @@ using runtime::TensorShape;
 namespace {
 
 bool ReadParams(const runtime::ConvTranspose2dInfo& info, ConvTranspose2DParams* p) {
-  if (info.in_channels == 0 || info.out_channels == 0 || info.kernel_x == 0 || info.kernel_y == 0 ||
-      info.stride_x == 0 || info.stride_y == 0 || info.dilation_x == 0 || info.dilation_y == 0 || info.groups == 0 ||
-      info.in_channels % info.groups != 0 || info.out_channels % info.groups != 0) {
-    return false;
-  }
-  p->kernel_x = info.kernel_x;
-  p->kernel_y = info.kernel_y;
-  p->stride_x = info.stride_x;
-  p->stride_y = info.stride_y;
-  p->dilation_x = info.dilation_x;
-  p->dilation_y = info.dilation_y;
-  p->groups = info.groups;
-  p->in_channels_per_group = info.in_channels / info.groups;
-  p->out_channels_per_group = info.out_channels / info.groups;
+  if (!ReadConvGeometry(info, p)) return false;
   p->padding_l = info.padding_l;
   p->padding_t = info.padding_t;
   p->padding_r = info.padding_r;
   p->padding_b = info.padding_b;
-  p->if_bias = info.if_bias ? 1 : 0;
   return true;
 }
 

@@ -118,3 +118,12 @@ void Step(const TensorCPUPtr& input, const TensorCPUPtr& output, const TensorCPU
 }  // namespace depthwise
 }  // namespace kernel
 }  // namespace tarn
+
+// Defines member `cls` in a family file: its step cls_Convolution, the
+// template above on vector types Vec and Tail, kernel K and stride S, and its
+// Forward (pad by `pad`, fill by `fill`, the step).
+#define TRN_DEPTHWISE_MEMBER_CODE(cls, Vec, Tail, K, S, pad, fill)                                      \
+  void cls##_Convolution(const TensorCPUPtr& input, const TensorCPUPtr& output, const TensorCPUPtr& weight) { \
+    depthwise::Step<Vec, Tail, K, S>(input, output, weight, #cls "_Convolution");                    \
+  }                                                                                                  \
+  TRN_DEPTHWISE_FORWARD(cls, pad, fill)
