@@ -108,9 +108,11 @@ recurrent::CellWeights RecurrentKernelBase::PrivateMembers::Cell::Weights(std::u
           bias_hh ? bias_hh->DataAs<float>() : nullptr, in, hidden};
 }
 
+constexpr char kOtherRecord[] = "the layer record is of another type";
+
 const char* RecurrentKernelBase::RecordProblem(const std::shared_ptr<runtime::LayerInfo>& layer) const {
   RecordView v;
-  if (!layer || !View(kind_, form_ == Form::kCell, layer.get(), &v)) return "the layer record is of another type";
+  if (!layer || !View(kind_, form_ == Form::kCell, layer.get(), &v)) return kOtherRecord;
   if (v.in == 0 || v.hidden == 0) return "\"in_size\" and \"hidden_size\" must not be 0";
   if (v.stack && v.layers == 0) return "\"num_layers\" must not be 0";
   if (v.complex != 0) return "\"complex_rnn_type\" other than 0 is not a kind of stack this kernel knows";
@@ -190,8 +192,12 @@ bool RecurrentKernelBase::Config(std::shared_ptr<runtime::LayerInfo> layer, std:
   members_ = PrivateMembers();
   const bool cell_form = form_ == Form::kCell;
   if (const char* problem = RecordProblem(layer)) {
-    utility::Log(utility::kLogError, "%s: %s (a %s is needed).", GetName().c_str(), problem,
-                 RecordName(kind_, cell_form));
+    if (problem == kOtherRecord) {
+      utility::Log(utility::kLogError, "%s: the layer record is not a %s.", GetName().c_str(),
+                   RecordName(kind_, cell_form));
+    } else {
+      utility::Log(utility::kLogError, "%s: %s.", GetName().c_str(), problem);
+    }
     return false;
   }
   if (!context || !context->cpu) return false;
