@@ -69,13 +69,20 @@ struct Member {
 };
 
 const Member kMembers[] = {
-    {"LSTM_Fallback_SC_F32_M1", Width::kScalar, true, false},  {"LSTM_SSE_SC_F32_M1", Width::kSse, true, false},
-    {"LSTM_SGEMM_SC_F32_M1", Width::kBlas, true, false},       {"LSTMCell_Fallback_C_F32_M1", Width::kScalar, true, true},
-    {"LSTMCell_SSE_C_F32_M1", Width::kSse, true, true},        {"LSTMCell_SGEMM_C_F32_M1", Width::kBlas, true, true},
-    {"GRU_Fallback_SC_F32_M1", Width::kScalar, false, false},  {"GRU_SSE_SC_F32_M1", Width::kSse, false, false},
-    {"GRU_SGEMM_SC_F32_M1", Width::kBlas, false, false},       {"GRU_SSE_SGEMM_SC_F32_M2", Width::kBlas, false, false},
-    {"GRUCell_Fallback_C_F32_M1", Width::kScalar, false, true}, {"GRUCell_SSE_C_F32_M1", Width::kSse, false, true},
-    {"GRUCell_SGEMM_C_F32_M1", Width::kBlas, false, true},     {"GRUCell_SSE_SGEMM_C_F32_M2", Width::kBlas, false, true},
+    {"LSTM_Fallback_SC_F32_M1", Width::kScalar, true, false},
+    {"LSTM_SSE_SC_F32_M1", Width::kSse, true, false},
+    {"LSTM_SGEMM_SC_F32_M1", Width::kBlas, true, false},
+    {"LSTMCell_Fallback_C_F32_M1", Width::kScalar, true, true},
+    {"LSTMCell_SSE_C_F32_M1", Width::kSse, true, true},
+    {"LSTMCell_SGEMM_C_F32_M1", Width::kBlas, true, true},
+    {"GRU_Fallback_SC_F32_M1", Width::kScalar, false, false},
+    {"GRU_SSE_SC_F32_M1", Width::kSse, false, false},
+    {"GRU_SGEMM_SC_F32_M1", Width::kBlas, false, false},
+    {"GRU_SSE_SGEMM_SC_F32_M2", Width::kBlas, false, false},
+    {"GRUCell_Fallback_C_F32_M1", Width::kScalar, false, true},
+    {"GRUCell_SSE_C_F32_M1", Width::kSse, false, true},
+    {"GRUCell_SGEMM_C_F32_M1", Width::kBlas, false, true},
+    {"GRUCell_SSE_SGEMM_C_F32_M2", Width::kBlas, false, true},
 };
 
 // One shape's weights (per layer and direction), input and PyTorch output.
@@ -213,9 +220,8 @@ class Runner {
       auto k = Registry().Create(m.name);
       if (!k || !k->Config(StackRecord(s, d_), nullptr, ctx)) return;
       kernels_.push_back(k);
-      inputs_ = {ctx->cpu->CreateTensor(tarn::runtime::MakeShape({s.steps, s.in}, TensorShape::FLOAT32,
-                                                                 TensorShape::FLEXIABLE),
-                                        d_.x.data())};
+      inputs_ = {ctx->cpu->CreateTensor(
+          tarn::runtime::MakeShape({s.steps, s.in}, TensorShape::FLOAT32, TensorShape::FLEXIABLE), d_.x.data())};
     } else {
       for (std::size_t i = 0; i < d_.w_ih.size(); ++i) {
         auto k = Registry().Create(m.name);
@@ -324,25 +330,25 @@ std::map<std::string, Peers> ReadPeers() {
 // The FMA peak of 4 (SSE) or 8 (AVX2) lanes as the best of many short bursts,
 // like the members' best calls: on a loaded machine one long loop measures
 // the share of the processor the process got, not the processor.
-#define TRN_BEST_BURST_PEAK(fn, target_isa, V, lanes, fma, set1)                                  \
-  __attribute__((target(target_isa))) double fn() {                                               \
-    V acc[10];                                                                                    \
-    for (int i = 0; i < 10; ++i) acc[i] = set1(0.001f * static_cast<float>(i));                  \
-    const V a = set1(0.999999f), b = set1(1e-7f);                                                 \
-    const long iterations = 20000;                                                                \
-    double best = 0;                                                                              \
-    for (int burst = 0; burst < 400; ++burst) {                                                   \
-      const auto start = std::chrono::steady_clock::now();                                        \
-      for (long it = 0; it < iterations; ++it) {                                                  \
-        for (int i = 0; i < 10; ++i) acc[i] = fma(acc[i], a, b);                                  \
-      }                                                                                           \
+#define TRN_BEST_BURST_PEAK(fn, target_isa, V, lanes, fma, set1)                                        \
+  __attribute__((target(target_isa))) double fn() {                                                     \
+    V acc[10];                                                                                          \
+    for (int i = 0; i < 10; ++i) acc[i] = set1(0.001f * static_cast<float>(i));                         \
+    const V a = set1(0.999999f), b = set1(1e-7f);                                                       \
+    const long iterations = 20000;                                                                      \
+    double best = 0;                                                                                    \
+    for (int burst = 0; burst < 400; ++burst) {                                                         \
+      const auto start = std::chrono::steady_clock::now();                                              \
+      for (long it = 0; it < iterations; ++it) {                                                        \
+        for (int i = 0; i < 10; ++i) acc[i] = fma(acc[i], a, b);                                        \
+      }                                                                                                 \
       const double s = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(); \
-      best = std::max(best, 2.0 * lanes * 10 * static_cast<double>(iterations) / s * 1e-9);       \
-    }                                                                                             \
-    float sink[lanes];                                                                            \
-    std::memcpy(sink, &acc[0], sizeof sink);                                                      \
-    benchmark::DoNotOptimize(sink);                                                               \
-    return best;                                                                                  \
+      best = std::max(best, 2.0 * lanes * 10 * static_cast<double>(iterations) / s * 1e-9);             \
+    }                                                                                                   \
+    float sink[lanes];                                                                                  \
+    std::memcpy(sink, &acc[0], sizeof sink);                                                            \
+    benchmark::DoNotOptimize(sink);                                                                     \
+    return best;                                                                                        \
   }
 TRN_BEST_BURST_PEAK(BestBurstGflopsSse, "sse4.1,fma", __m128, 4, _mm_fmadd_ps, _mm_set1_ps)
 TRN_BEST_BURST_PEAK(BestBurstGflopsAvx, "avx2,fma", __m256, 8, _mm256_fmadd_ps, _mm256_set1_ps)
@@ -360,8 +366,9 @@ void PrintTable() {
   std::printf("\nFMA peak (best burst, this run): SSE %.1f GFLOP/s, AVX2 %.1f GFLOP/s; OpenBLAS core %s\n", g_peak_sse,
               g_peak_avx, openblas_get_corename());
   std::printf("\nms: best call (median of the run in brackets); ratios from the best calls.\n");
-  std::printf("\n| shape | member | ms | GFLOP/s | x fallback | %% FMA peak | max abs diff to PyTorch | PyTorch ms | "
-              "ORT ms | ratio to ORT |\n|---|---|---|---|---|---|---|---|---|---|\n");
+  std::printf(
+      "\n| shape | member | ms | GFLOP/s | x fallback | %% FMA peak | max abs diff to PyTorch | PyTorch ms | "
+      "ORT ms | ratio to ORT |\n|---|---|---|---|---|---|---|---|---|---|\n");
   for (const Shape& s : kShapes) {
     double fallback = 0;
     for (const Result& r : Results()) {

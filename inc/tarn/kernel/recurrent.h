@@ -54,21 +54,19 @@ using RecurrentTensors = std::vector<std::shared_ptr<runtime::Tensor>>;
 // kRNNActivationTanh; any other fails the assertion "Not Implemented."
 // (std::runtime_error). Missing tensors or wrong element counts fail an
 // assertion as well.
-#define TRN_RNN_CELL_STEP(name)                                                                                   \
-  RecurrentTensors name(const RecurrentTensors& inputs, const std::uint32_t& inSize, const std::uint32_t& hiddenSize, \
-                        const std::uint32_t& hasBias, const std::uint32_t& activation,                            \
-                        const std::shared_ptr<runtime::Tensor>& weight_ih,                                        \
-                        const std::shared_ptr<runtime::Tensor>& weight_hh,                                        \
-                        const std::shared_ptr<runtime::Tensor>& bias_ih,                                          \
-                        const std::shared_ptr<runtime::Tensor>& bias_hh,                                          \
-                        const std::shared_ptr<runtime::DeviceCPU>& device)
-#define TRN_GATED_CELL_STEP(name)                                                                                 \
-  RecurrentTensors name(const RecurrentTensors& inputs, const std::uint32_t& inSize, const std::uint32_t& hiddenSize, \
-                        const std::uint32_t& hasBias, const std::shared_ptr<runtime::Tensor>& weight_ih,         \
-                        const std::shared_ptr<runtime::Tensor>& weight_hh,                                        \
-                        const std::shared_ptr<runtime::Tensor>& bias_ih,                                          \
-                        const std::shared_ptr<runtime::Tensor>& bias_hh,                                          \
-                        const std::shared_ptr<runtime::DeviceCPU>& device)
+#define TRN_RNN_CELL_STEP(name)                                                                             \
+  RecurrentTensors name(                                                                                    \
+      const RecurrentTensors& inputs, const std::uint32_t& inSize, const std::uint32_t& hiddenSize,         \
+      const std::uint32_t& hasBias, const std::uint32_t& activation,                                        \
+      const std::shared_ptr<runtime::Tensor>& weight_ih, const std::shared_ptr<runtime::Tensor>& weight_hh, \
+      const std::shared_ptr<runtime::Tensor>& bias_ih, const std::shared_ptr<runtime::Tensor>& bias_hh,     \
+      const std::shared_ptr<runtime::DeviceCPU>& device)
+#define TRN_GATED_CELL_STEP(name)                                                                         \
+  RecurrentTensors name(                                                                                  \
+      const RecurrentTensors& inputs, const std::uint32_t& inSize, const std::uint32_t& hiddenSize,       \
+      const std::uint32_t& hasBias, const std::shared_ptr<runtime::Tensor>& weight_ih,                    \
+      const std::shared_ptr<runtime::Tensor>& weight_hh, const std::shared_ptr<runtime::Tensor>& bias_ih, \
+      const std::shared_ptr<runtime::Tensor>& bias_hh, const std::shared_ptr<runtime::DeviceCPU>& device)
 
 TRN_RNN_CELL_STEP(RNNCell_Fallback_C_F32_M1);
 TRN_RNN_CELL_STEP(RNNCell_SSE_C_F32_M1);

@@ -45,6 +45,23 @@ struct Member {
   bool cell;  // one step per call (else a sequence)
 };
 
+// The members of each family, cell and sequence of each kind in turn.
+inline constexpr Member kFallbackMembers[] = {
+    {"RNNCell_Fallback_C_F32_M1", Kind::kRNN, true},   {"RNN_Fallback_SC_F32_M1", Kind::kRNN, false},
+    {"LSTMCell_Fallback_C_F32_M1", Kind::kLSTM, true}, {"LSTM_Fallback_SC_F32_M1", Kind::kLSTM, false},
+    {"GRUCell_Fallback_C_F32_M1", Kind::kGRU, true},   {"GRU_Fallback_SC_F32_M1", Kind::kGRU, false},
+};
+inline constexpr Member kSseMembers[] = {
+    {"RNNCell_SSE_C_F32_M1", Kind::kRNN, true},   {"RNN_SSE_SC_F32_M1", Kind::kRNN, false},
+    {"LSTMCell_SSE_C_F32_M1", Kind::kLSTM, true}, {"LSTM_SSE_SC_F32_M1", Kind::kLSTM, false},
+    {"GRUCell_SSE_C_F32_M1", Kind::kGRU, true},   {"GRU_SSE_SC_F32_M1", Kind::kGRU, false},
+};
+inline constexpr Member kSgemmMembers[] = {
+    {"RNNCell_SGEMM_C_F32_M1", Kind::kRNN, true},   {"RNN_SGEMM_SC_F32_M1", Kind::kRNN, false},
+    {"LSTMCell_SGEMM_C_F32_M1", Kind::kLSTM, true}, {"LSTM_SGEMM_SC_F32_M1", Kind::kLSTM, false},
+    {"GRUCell_SGEMM_C_F32_M1", Kind::kGRU, true},   {"GRU_SGEMM_SC_F32_M1", Kind::kGRU, false},
+};
+
 inline unsigned Gates(Kind k) { return k == Kind::kRNN ? 1 : (k == Kind::kLSTM ? 4 : 3); }
 inline unsigned StateCount(Kind k) { return k == Kind::kLSTM ? 2 : 1; }
 inline const char* KindName(Kind k) { return k == Kind::kRNN ? "rnn" : (k == Kind::kLSTM ? "lstm" : "gru"); }
@@ -446,13 +463,14 @@ inline void ExpectRefusals(const Member& m) {
   const unsigned states = m.cell ? 1 : good.layers * 2;
   const auto x = conv::Random(3 * good.in, 1);
   const auto h = conv::Random(states * good.hidden, 2);
-  auto x_input = m.cell ? Vec(ctx, {good.in}, std::vector<float>(x.begin(), x.begin() + good.in))
-                        : Vec(ctx, {3, good.in}, x);
+  auto x_input =
+      m.cell ? Vec(ctx, {good.in}, std::vector<float>(x.begin(), x.begin() + good.in)) : Vec(ctx, {3, good.in}, x);
   std::vector<std::pair<std::string, Tensors>> inputs = {
       {"x one feature short", {Vec(ctx, {good.in - 1}, std::vector<float>(good.in - 1))}},
       {"x as integers", {ctx->cpu->CreateTensor(runtime::MakeShape({3, good.in}, TensorShape::INT32))}},
       {"a null input", {nullptr}},
-      {"state one float short", {x_input, Vec(ctx, {states * good.hidden - 1}, std::vector<float>(h.begin() + 1, h.end()))}},
+      {"state one float short",
+       {x_input, Vec(ctx, {states * good.hidden - 1}, std::vector<float>(h.begin() + 1, h.end()))}},
       {"too many inputs", Tensors(2 + StateCount(m.kind), x_input)},
   };
   if (!m.cell) inputs.push_back({"x whose last dim is not in_size", {Vec(ctx, {good.in, 3}, x)}});
@@ -521,7 +539,8 @@ inline void ExpectSequenceIsTheCellStepped(const Member& cell, const Member& seq
     const unsigned steps = 6;
     const auto x = conv::Random(steps * s.in, hidden + 1);
     std::vector<float> reversed;
-    for (unsigned t = steps; t-- > 0;) reversed.insert(reversed.end(), x.begin() + t * s.in, x.begin() + (t + 1) * s.in);
+    for (unsigned t = steps; t-- > 0;)
+      reversed.insert(reversed.end(), x.begin() + t * s.in, x.begin() + (t + 1) * s.in);
 
     auto seq = Configured(sequence.name, MakeRecord(kind, false, s, cells), ctx);
     auto fwd = Configured(cell.name, MakeRecord(kind, true, s, {cells[0]}), ctx);
@@ -553,13 +572,11 @@ inline void ExpectSequenceIsTheCellStepped(const Member& cell, const Member& seq
 // The fixture, state, edge-case and refusal checks of every member in
 // `members` (an array of rnn::Member), as tests of the file that expands
 // this: its path names the members' instruction-set family.
-#define TRN_RECURRENT_MEMBER_TESTS(Suite, members)                                                           \
-  class Suite : public ::testing::TestWithParam<int> {};                                                    \
-  TEST_P(Suite, MatchesPyTorch) { ::tarn::testing::rnn::ExpectMatchesTorch(members[GetParam()]); }           \
-  TEST_P(Suite, CarriesResetsAndReplacesItsState) {                                                          \
-    ::tarn::testing::rnn::ExpectStateLifecycle(members[GetParam()]);                                         \
-  }                                                                                                          \
-  TEST_P(Suite, ZeroInputsAndWeightsGiveZeroStates) { ::tarn::testing::rnn::ExpectZeroCases(members[GetParam()]); } \
-  TEST_P(Suite, RefusesBrokenRecordsAndInputs) { ::tarn::testing::rnn::ExpectRefusals(members[GetParam()]); } \
-  INSTANTIATE_TEST_SUITE_P(Members, Suite, ::testing::Range(0, static_cast<int>(std::size(members))),        \
+#define TRN_RECURRENT_MEMBER_TESTS(Suite, members)                                                                     \
+  class Suite : public ::testing::TestWithParam<int> {};                                                               \
+  TEST_P(Suite, MatchesPyTorch) { ::tarn::testing::rnn::ExpectMatchesTorch(members[GetParam()]); }                     \
+  TEST_P(Suite, CarriesResetsAndReplacesItsState) { ::tarn::testing::rnn::ExpectStateLifecycle(members[GetParam()]); } \
+  TEST_P(Suite, ZeroInputsAndWeightsGiveZeroStates) { ::tarn::testing::rnn::ExpectZeroCases(members[GetParam()]); }    \
+  TEST_P(Suite, RefusesBrokenRecordsAndInputs) { ::tarn::testing::rnn::ExpectRefusals(members[GetParam()]); }          \
+  INSTANTIATE_TEST_SUITE_P(Members, Suite, ::testing::Range(0, static_cast<int>(std::size(members))),                  \
                            [](const auto& info) { return std::string(members[info.param].name); })

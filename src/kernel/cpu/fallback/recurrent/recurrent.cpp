@@ -22,20 +22,9 @@ const recurrent::CellRoutines kFallback = {fn::fullconnection_fallback_c_f32_m1,
 
 namespace functional {
 
-TRN_RNN_CELL_STEP(RNNCell_Fallback_C_F32_M1) {
-  return recurrent::TensorStep(recurrent::CellKind::kRNN, kFallback, inputs, inSize, hiddenSize, hasBias, activation,
-                               weight_ih, weight_hh, bias_ih, bias_hh, device);
-}
-
-TRN_GATED_CELL_STEP(LSTMCell_Fallback_C_F32_M1) {
-  return recurrent::TensorStep(recurrent::CellKind::kLSTM, kFallback, inputs, inSize, hiddenSize, hasBias, 0,
-                               weight_ih, weight_hh, bias_ih, bias_hh, device);
-}
-
-TRN_GATED_CELL_STEP(GRUCell_Fallback_C_F32_M1) {
-  return recurrent::TensorStep(recurrent::CellKind::kGRU, kFallback, inputs, inSize, hiddenSize, hasBias, 0,
-                               weight_ih, weight_hh, bias_ih, bias_hh, device);
-}
+TRN_DEFINE_RNN_CELL_STEP(RNNCell_Fallback_C_F32_M1, kFallback)
+TRN_DEFINE_GATED_CELL_STEP(LSTMCell_Fallback_C_F32_M1, kLSTM, kFallback)
+TRN_DEFINE_GATED_CELL_STEP(GRUCell_Fallback_C_F32_M1, kGRU, kFallback)
 
 }  // namespace functional
 

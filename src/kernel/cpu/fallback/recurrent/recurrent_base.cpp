@@ -1,14 +1,13 @@
 #include "kernel/cpu/fallback/recurrent/recurrent_base.h"
 
-#include "kernel/cpu/fallback/recurrent/recurrent.h"
-#include "kernel/cpu/sgemm/recurrent/recurrent.h"
-#include "kernel/cpu/sse/recurrent/recurrent.h"
-
 #include <algorithm>
 #include <climits>
 #include <cstring>
 #include <functional>
 
+#include "kernel/cpu/fallback/recurrent/recurrent.h"
+#include "kernel/cpu/sgemm/recurrent/recurrent.h"
+#include "kernel/cpu/sse/recurrent/recurrent.h"
 #include "tarn/runtime/context.h"
 #include "tarn/runtime/layer_info.h"
 #include "tarn/utility/log.h"
@@ -94,9 +93,12 @@ bool View(recurrent::CellKind kind, bool cell, const runtime::LayerInfo* layer, 
 const char* RecordName(recurrent::CellKind kind, bool cell) {
   using recurrent::CellKind;
   switch (kind) {
-    case CellKind::kRNN: return cell ? "RNNCellInfo" : "RNNInfo";
-    case CellKind::kLSTM: return cell ? "LSTMCellInfo" : "LSTMInfo";
-    case CellKind::kGRU: return cell ? "GRUCellInfo" : "GRUInfo";
+    case CellKind::kRNN:
+      return cell ? "RNNCellInfo" : "RNNInfo";
+    case CellKind::kLSTM:
+      return cell ? "LSTMCellInfo" : "LSTMInfo";
+    case CellKind::kGRU:
+      return cell ? "GRUCellInfo" : "GRUInfo";
   }
   return "";
 }
@@ -104,8 +106,12 @@ const char* RecordName(recurrent::CellKind kind, bool cell) {
 }  // namespace
 
 recurrent::CellWeights RecurrentKernelBase::PrivateMembers::Cell::Weights(std::uint32_t hidden) const {
-  return {weight_ih->DataAs<float>(), weight_hh->DataAs<float>(), bias_ih ? bias_ih->DataAs<float>() : nullptr,
-          bias_hh ? bias_hh->DataAs<float>() : nullptr, in, hidden};
+  return {weight_ih->DataAs<float>(),
+          weight_hh->DataAs<float>(),
+          bias_ih ? bias_ih->DataAs<float>() : nullptr,
+          bias_hh ? bias_hh->DataAs<float>() : nullptr,
+          in,
+          hidden};
 }
 
 constexpr char kOtherRecord[] = "the layer record is of another type";
@@ -288,7 +294,8 @@ std::vector<TensorShape> RecurrentKernelBase::GetOutputShapes(const std::vector<
   std::vector<TensorShape> shapes = {
       runtime::MakeShape({steps, Directions() * hidden_}, TensorShape::FLOAT32, TensorShape::FLEXIABLE)};
   for (std::uint32_t s = 0; s < StateCount(); ++s) {
-    shapes.push_back(runtime::MakeShape({layers_ * Directions(), hidden_}, TensorShape::FLOAT32, TensorShape::FLEXIABLE));
+    shapes.push_back(
+        runtime::MakeShape({layers_ * Directions(), hidden_}, TensorShape::FLOAT32, TensorShape::FLEXIABLE));
   }
   return shapes;
 }
@@ -363,9 +370,11 @@ bool RecurrentKernelBase::ForwardCell(const std::vector<std::shared_ptr<runtime:
                                       const std::shared_ptr<runtime::Context>& context,
                                       functional::RNNCellStep step) const {
   const std::uint32_t bias = has_bias_ ? 1 : 0;
-  return ForwardCellWith(inputs, outputs, context, [&](const functional::RecurrentTensors& args, const PrivateMembers::Cell& c) {
-    return step(args, in_, hidden_, bias, activation_, c.weight_ih, c.weight_hh, c.bias_ih, c.bias_hh, context->cpu);
-  });
+  return ForwardCellWith(inputs, outputs, context,
+                         [&](const functional::RecurrentTensors& args, const PrivateMembers::Cell& c) {
+                           return step(args, in_, hidden_, bias, activation_, c.weight_ih, c.weight_hh, c.bias_ih,
+                                       c.bias_hh, context->cpu);
+                         });
 }
 
 bool RecurrentKernelBase::ForwardCell(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
@@ -373,9 +382,10 @@ bool RecurrentKernelBase::ForwardCell(const std::vector<std::shared_ptr<runtime:
                                       const std::shared_ptr<runtime::Context>& context,
                                       functional::GatedCellStep step) const {
   const std::uint32_t bias = has_bias_ ? 1 : 0;
-  return ForwardCellWith(inputs, outputs, context, [&](const functional::RecurrentTensors& args, const PrivateMembers::Cell& c) {
-    return step(args, in_, hidden_, bias, c.weight_ih, c.weight_hh, c.bias_ih, c.bias_hh, context->cpu);
-  });
+  return ForwardCellWith(
+      inputs, outputs, context, [&](const functional::RecurrentTensors& args, const PrivateMembers::Cell& c) {
+        return step(args, in_, hidden_, bias, c.weight_ih, c.weight_hh, c.bias_ih, c.bias_hh, context->cpu);
+      });
 }
 
 bool RecurrentKernelBase::ForwardSequence(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
@@ -417,11 +427,15 @@ bool RecurrentKernelBase::ForwardSequence(const std::vector<std::shared_ptr<runt
         if (!all_steps) recurrent::InputProduct(routines, w, kind_, x + t * in, gi);
         float* h_out = out + t * width + d * H;
         switch (kind_) {
-          case CellKind::kRNN: recurrent::RNNStep(routines, w, activation_, g, h, scratch, h_out); break;
+          case CellKind::kRNN:
+            recurrent::RNNStep(routines, w, activation_, g, h, scratch, h_out);
+            break;
           case CellKind::kLSTM:
             recurrent::LSTMStep(routines, w, g, h, cell.c.data(), scratch, h_out, cell.c.data());
             break;
-          case CellKind::kGRU: recurrent::GRUStep(routines, w, g, h, scratch, h_out); break;
+          case CellKind::kGRU:
+            recurrent::GRUStep(routines, w, g, h, scratch, h_out);
+            break;
         }
         h = h_out;
       }

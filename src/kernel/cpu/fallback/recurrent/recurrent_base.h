@@ -85,8 +85,8 @@ class RecurrentKernelBase : public KernelBase {
   // All steps' input-side products of one layer: gi[t] = W x[t] + b for the
   // `steps` rows of x (`in` floats each), given the weight transposed
   // (in x out) and the bias (out floats): gi is steps x out.
-  using AllStepsProduct = void (*)(const float* x, int steps, int in, const float* weight_t, const float* bias,
-                                   int out, float* gi);
+  using AllStepsProduct = void (*)(const float* x, int steps, int in, const float* weight_t, const float* bias, int out,
+                                   float* gi);
   // The Forward of a sequence member: every layer, direction and step with
   // `routines`; `all_steps` is the product of a kAllSteps member.
   bool ForwardSequence(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
@@ -144,27 +144,27 @@ class RecurrentKernelBase : public KernelBase {
 }  // namespace tarn
 
 // A recurrent member: its kind, form and way of forming input products.
-#define TRN_RECURRENT_KERNEL(cls, kind, form, products)                                        \
-  class cls : public RecurrentKernelBase {                                                     \
-   public:                                                                                     \
-    cls() : RecurrentKernelBase(CellKind::kind, Form::form, InputProducts::products) {}       \
-    ~cls() override;                                                                           \
-    TRN_KERNEL_NAME(cls)                                                                       \
-    TRN_LAYER_FORWARD                                                                          \
+#define TRN_RECURRENT_KERNEL(cls, kind, form, products)                                 \
+  class cls : public RecurrentKernelBase {                                              \
+   public:                                                                              \
+    cls() : RecurrentKernelBase(CellKind::kind, Form::form, InputProducts::products) {} \
+    ~cls() override;                                                                    \
+    TRN_KERNEL_NAME(cls)                                                                \
+    TRN_LAYER_FORWARD                                                                   \
   };
 
 // The Forward of a cell member: the tensor step of its own name.
-#define TRN_RECURRENT_CELL_FORWARD(cls)                                                                     \
-  bool cls::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,                            \
-                    std::vector<std::shared_ptr<runtime::Tensor>>& outputs,                                 \
-                    std::shared_ptr<runtime::Context> context) const {                                      \
-    return ForwardCell(inputs, outputs, context, functional::cls);                                          \
+#define TRN_RECURRENT_CELL_FORWARD(cls)                                                                                \
+  bool cls::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,                                       \
+                    std::vector<std::shared_ptr<runtime::Tensor>>& outputs, std::shared_ptr<runtime::Context> context) \
+      const {                                                                                                          \
+    return ForwardCell(inputs, outputs, context, functional::cls);                                                     \
   }
 // The Forward of a sequence member: its family's routines, and the all-steps
 // input product of a kAllSteps member (nullptr otherwise).
-#define TRN_RECURRENT_SEQUENCE_FORWARD(cls, routines, all_steps)                                            \
-  bool cls::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,                            \
-                    std::vector<std::shared_ptr<runtime::Tensor>>& outputs,                                 \
-                    std::shared_ptr<runtime::Context> context) const {                                      \
-    return ForwardSequence(inputs, outputs, context, routines, all_steps);                                  \
+#define TRN_RECURRENT_SEQUENCE_FORWARD(cls, routines, all_steps)                                                       \
+  bool cls::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,                                       \
+                    std::vector<std::shared_ptr<runtime::Tensor>>& outputs, std::shared_ptr<runtime::Context> context) \
+      const {                                                                                                          \
+    return ForwardSequence(inputs, outputs, context, routines, all_steps);                                             \
   }

@@ -97,9 +97,10 @@ const float* FloatsOf(const std::shared_ptr<runtime::Tensor>& t, std::uint64_t c
 
 }  // namespace
 
-functional::RecurrentTensors TensorStep(CellKind kind, const CellRoutines& r, const functional::RecurrentTensors& inputs,
-                                        std::uint32_t in, std::uint32_t hidden, std::uint32_t has_bias,
-                                        std::uint32_t activation, const std::shared_ptr<runtime::Tensor>& weight_ih,
+functional::RecurrentTensors TensorStep(CellKind kind, const CellRoutines& r,
+                                        const functional::RecurrentTensors& inputs, std::uint32_t in,
+                                        std::uint32_t hidden, std::uint32_t has_bias, std::uint32_t activation,
+                                        const std::shared_ptr<runtime::Tensor>& weight_ih,
                                         const std::shared_ptr<runtime::Tensor>& weight_hh,
                                         const std::shared_ptr<runtime::Tensor>& bias_ih,
                                         const std::shared_ptr<runtime::Tensor>& bias_hh,
@@ -112,9 +113,12 @@ functional::RecurrentTensors TensorStep(CellKind kind, const CellRoutines& r, co
   utility::Assert(device != nullptr && in > 0 && hidden > 0, "The recurrent step needs a device and non-zero sizes.");
   utility::Assert(inputs.size() >= (lstm ? 3u : 2u), "The recurrent step needs the input and the state.");
   const std::uint64_t rows = std::uint64_t(GateCount(kind)) * hidden;
-  CellWeights w{FloatsOf(weight_ih, rows * in, "weight_ih"), FloatsOf(weight_hh, rows * hidden, "weight_hh"),
+  CellWeights w{FloatsOf(weight_ih, rows * in, "weight_ih"),
+                FloatsOf(weight_hh, rows * hidden, "weight_hh"),
                 has_bias ? FloatsOf(bias_ih, rows, "bias_ih") : nullptr,
-                has_bias ? FloatsOf(bias_hh, rows, "bias_hh") : nullptr, in, hidden};
+                has_bias ? FloatsOf(bias_hh, rows, "bias_hh") : nullptr,
+                in,
+                hidden};
   const float* x = FloatsOf(inputs[0], in, "the input");
   const float* h = FloatsOf(inputs[1], hidden, "the hidden state");
   const float* c = lstm ? FloatsOf(inputs[2], hidden, "the cell state") : nullptr;

@@ -23,8 +23,8 @@ constexpr std::uint32_t GateCount(CellKind kind) {
 
 // The routines a family builds its steps from (the functional argument forms).
 struct CellRoutines {
-  void (*fc)(const float* input, const std::uint32_t& inFeatures, const std::uint32_t& outFeatures,
-             const float* weight, const float* bias, float* output);
+  void (*fc)(const float* input, const std::uint32_t& inFeatures, const std::uint32_t& outFeatures, const float* weight,
+             const float* bias, float* output);
   void (*add)(const float* a, const float* b, const std::uint32_t& count, float* dst);
   void (*sub)(const float* a, const float* b, const std::uint32_t& count, float* dst);
   void (*mul)(const float* a, const float* b, const std::uint32_t& count, float* dst);
@@ -64,9 +64,10 @@ void GRUStep(const CellRoutines& r, const CellWeights& w, const float* gi, const
 // A whole tensor step (the functional forms of tarn/kernel/recurrent.h):
 // checks its arguments (assertions), makes the scratch and the new state
 // through the device, runs InputProduct and the step.
-functional::RecurrentTensors TensorStep(CellKind kind, const CellRoutines& r, const functional::RecurrentTensors& inputs,
-                                        std::uint32_t in, std::uint32_t hidden, std::uint32_t has_bias,
-                                        std::uint32_t activation, const std::shared_ptr<runtime::Tensor>& weight_ih,
+functional::RecurrentTensors TensorStep(CellKind kind, const CellRoutines& r,
+                                        const functional::RecurrentTensors& inputs, std::uint32_t in,
+                                        std::uint32_t hidden, std::uint32_t has_bias, std::uint32_t activation,
+                                        const std::shared_ptr<runtime::Tensor>& weight_ih,
                                         const std::shared_ptr<runtime::Tensor>& weight_hh,
                                         const std::shared_ptr<runtime::Tensor>& bias_ih,
                                         const std::shared_ptr<runtime::Tensor>& bias_hh,
@@ -75,3 +76,18 @@ functional::RecurrentTensors TensorStep(CellKind kind, const CellRoutines& r, co
 }  // namespace recurrent
 }  // namespace kernel
 }  // namespace tarn
+
+// Defines the tensor step `name` of tarn/kernel/recurrent.h (inside
+// tarn::kernel::functional) as TensorStep of its kind on `routines`.
+#define TRN_DEFINE_RNN_CELL_STEP(name, routines)                                                                      \
+  TRN_RNN_CELL_STEP(name) {                                                                                           \
+    return ::tarn::kernel::recurrent::TensorStep(::tarn::kernel::recurrent::CellKind::kRNN, routines, inputs, inSize, \
+                                                 hiddenSize, hasBias, activation, weight_ih, weight_hh, bias_ih,      \
+                                                 bias_hh, device);                                                    \
+  }
+#define TRN_DEFINE_GATED_CELL_STEP(name, kind, routines)                                                              \
+  TRN_GATED_CELL_STEP(name) {                                                                                         \
+    return ::tarn::kernel::recurrent::TensorStep(::tarn::kernel::recurrent::CellKind::kind, routines, inputs, inSize, \
+                                                 hiddenSize, hasBias, 0, weight_ih, weight_hh, bias_ih, bias_hh,      \
+                                                 device);                                                             \
+  }

@@ -42,25 +42,10 @@ void AllStepsSgemm(const float* x, int steps, int in, const float* weight_t, con
 
 namespace functional {
 
-TRN_RNN_CELL_STEP(RNNCell_SGEMM_C_F32_M1) {
-  return recurrent::TensorStep(recurrent::CellKind::kRNN, kSgemm, inputs, inSize, hiddenSize, hasBias, activation,
-                               weight_ih, weight_hh, bias_ih, bias_hh, device);
-}
-
-TRN_GATED_CELL_STEP(LSTMCell_SGEMM_C_F32_M1) {
-  return recurrent::TensorStep(recurrent::CellKind::kLSTM, kSgemm, inputs, inSize, hiddenSize, hasBias, 0, weight_ih,
-                               weight_hh, bias_ih, bias_hh, device);
-}
-
-TRN_GATED_CELL_STEP(GRUCell_SGEMM_C_F32_M1) {
-  return recurrent::TensorStep(recurrent::CellKind::kGRU, kSgemm, inputs, inSize, hiddenSize, hasBias, 0, weight_ih,
-                               weight_hh, bias_ih, bias_hh, device);
-}
-
-TRN_GATED_CELL_STEP(GRUCell_SSE_SGEMM_C_F32_M2) {
-  return recurrent::TensorStep(recurrent::CellKind::kGRU, kSseSgemm, inputs, inSize, hiddenSize, hasBias, 0,
-                               weight_ih, weight_hh, bias_ih, bias_hh, device);
-}
+TRN_DEFINE_RNN_CELL_STEP(RNNCell_SGEMM_C_F32_M1, kSgemm)
+TRN_DEFINE_GATED_CELL_STEP(LSTMCell_SGEMM_C_F32_M1, kLSTM, kSgemm)
+TRN_DEFINE_GATED_CELL_STEP(GRUCell_SGEMM_C_F32_M1, kGRU, kSgemm)
+TRN_DEFINE_GATED_CELL_STEP(GRUCell_SSE_SGEMM_C_F32_M2, kGRU, kSseSgemm)
 
 }  // namespace functional
 

@@ -22,20 +22,9 @@ const recurrent::CellRoutines kSse = {fn::fullconnection_sse_c_f32_m2,
 
 namespace functional {
 
-TRN_RNN_CELL_STEP(RNNCell_SSE_C_F32_M1) {
-  return recurrent::TensorStep(recurrent::CellKind::kRNN, kSse, inputs, inSize, hiddenSize, hasBias, activation,
-                               weight_ih, weight_hh, bias_ih, bias_hh, device);
-}
-
-TRN_GATED_CELL_STEP(LSTMCell_SSE_C_F32_M1) {
-  return recurrent::TensorStep(recurrent::CellKind::kLSTM, kSse, inputs, inSize, hiddenSize, hasBias, 0, weight_ih,
-                               weight_hh, bias_ih, bias_hh, device);
-}
-
-TRN_GATED_CELL_STEP(GRUCell_SSE_C_F32_M1) {
-  return recurrent::TensorStep(recurrent::CellKind::kGRU, kSse, inputs, inSize, hiddenSize, hasBias, 0, weight_ih,
-                               weight_hh, bias_ih, bias_hh, device);
-}
+TRN_DEFINE_RNN_CELL_STEP(RNNCell_SSE_C_F32_M1, kSse)
+TRN_DEFINE_GATED_CELL_STEP(LSTMCell_SSE_C_F32_M1, kLSTM, kSse)
+TRN_DEFINE_GATED_CELL_STEP(GRUCell_SSE_C_F32_M1, kGRU, kSse)
 
 }  // namespace functional
 

@@ -13,16 +13,11 @@ namespace functional = kernel::functional;
 using rnn::Kind;
 using rnn::Member;
 
-const Member kFallback[] = {
-    {"RNNCell_Fallback_C_F32_M1", Kind::kRNN, true},  {"RNN_Fallback_SC_F32_M1", Kind::kRNN, false},
-    {"LSTMCell_Fallback_C_F32_M1", Kind::kLSTM, true}, {"LSTM_Fallback_SC_F32_M1", Kind::kLSTM, false},
-    {"GRUCell_Fallback_C_F32_M1", Kind::kGRU, true},  {"GRU_Fallback_SC_F32_M1", Kind::kGRU, false},
-};
-
-TRN_RECURRENT_MEMBER_TESTS(RecurrentFallback, kFallback);
+TRN_RECURRENT_MEMBER_TESTS(RecurrentFallback, rnn::kFallbackMembers);
 
 TEST(RecurrentFallbackSequence, IsItsCellSteppedBitForBit) {
-  for (int i = 0; i < 6; i += 2) rnn::ExpectSequenceIsTheCellStepped(kFallback[i], kFallback[i + 1], true);
+  for (int i = 0; i < 6; i += 2)
+    rnn::ExpectSequenceIsTheCellStepped(rnn::kFallbackMembers[i], rnn::kFallbackMembers[i + 1], true);
 }
 
 // The simple step knows ReLU (2) and tanh (5) only; the tensor step of every
@@ -33,8 +28,7 @@ TEST(RecurrentFallbackStep, OtherActivationCodesAreNotImplemented) {
   const auto cell = rnn::RandomCell(Kind::kRNN, in, hidden, true, 1);
   auto tensor = [&](const std::vector<float>& v) { return rnn::Vec(ctx, {static_cast<unsigned>(v.size())}, v); };
   const rnn::Tensors inputs = {tensor(conv::Random(in, 2)), tensor(conv::Random(hidden, 3))};
-  const functional::RNNCellStep steps[] = {functional::RNNCell_Fallback_C_F32_M1,
-                                           functional::RNNCell_SGEMM_C_F32_M1};
+  const functional::RNNCellStep steps[] = {functional::RNNCell_Fallback_C_F32_M1, functional::RNNCell_SGEMM_C_F32_M1};
   for (auto step : steps) {
     auto run = [&](std::uint32_t code) {
       return step(inputs, in, hidden, 1, code, tensor(cell.w_ih), tensor(cell.w_hh), tensor(cell.b_ih),

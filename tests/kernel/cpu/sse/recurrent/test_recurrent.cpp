@@ -14,28 +14,18 @@ namespace functional = kernel::functional;
 using rnn::Kind;
 using rnn::Member;
 
-const Member kSse[] = {
-    {"RNNCell_SSE_C_F32_M1", Kind::kRNN, true},  {"RNN_SSE_SC_F32_M1", Kind::kRNN, false},
-    {"LSTMCell_SSE_C_F32_M1", Kind::kLSTM, true}, {"LSTM_SSE_SC_F32_M1", Kind::kLSTM, false},
-    {"GRUCell_SSE_C_F32_M1", Kind::kGRU, true},  {"GRU_SSE_SC_F32_M1", Kind::kGRU, false},
-};
-const Member kFallback[] = {
-    {"RNNCell_Fallback_C_F32_M1", Kind::kRNN, true},  {"RNN_Fallback_SC_F32_M1", Kind::kRNN, false},
-    {"LSTMCell_Fallback_C_F32_M1", Kind::kLSTM, true}, {"LSTM_Fallback_SC_F32_M1", Kind::kLSTM, false},
-    {"GRUCell_Fallback_C_F32_M1", Kind::kGRU, true},  {"GRU_Fallback_SC_F32_M1", Kind::kGRU, false},
-};
-
-TRN_RECURRENT_MEMBER_TESTS(RecurrentSse, kSse);
+TRN_RECURRENT_MEMBER_TESTS(RecurrentSse, rnn::kSseMembers);
 
 class RecurrentSseAgainstFallback : public ::testing::TestWithParam<int> {};
 TEST_P(RecurrentSseAgainstFallback, AgreesOverEveryTail) {
-  rnn::ExpectMembersAgree(kSse[GetParam()], kFallback[GetParam()], false);
+  rnn::ExpectMembersAgree(rnn::kSseMembers[GetParam()], rnn::kFallbackMembers[GetParam()], false);
 }
 INSTANTIATE_TEST_SUITE_P(Members, RecurrentSseAgainstFallback, ::testing::Range(0, 6),
-                         [](const auto& info) { return std::string(kSse[info.param].name); });
+                         [](const auto& info) { return std::string(rnn::kSseMembers[info.param].name); });
 
 TEST(RecurrentSseSequence, IsItsCellSteppedBitForBit) {
-  for (int i = 0; i < 6; i += 2) rnn::ExpectSequenceIsTheCellStepped(kSse[i], kSse[i + 1], true);
+  for (int i = 0; i < 6; i += 2)
+    rnn::ExpectSequenceIsTheCellStepped(rnn::kSseMembers[i], rnn::kSseMembers[i + 1], true);
 }
 
 TEST(RecurrentSseStep, OtherActivationCodesAreNotImplemented) {
