@@ -26,6 +26,8 @@
 
 // Recurrent layers.
 // (recurrent includes)
+#include "kernel/cpu/fallback/recurrent/recurrent.h"
+#include "kernel/cpu/sgemm/recurrent/recurrent.h"
 
 // Shape operations, concatenation, padding and Gemm.
 // (shape includes)
@@ -78,6 +80,15 @@ void RegisterFallback(runtime::KernelRegistry& registry) {
 
   // Recurrent layers.
   // (recurrent registrations)
+  TRN_REGISTER_KERNEL(registry, RNNCell_Fallback_C_F32_M1);
+  TRN_REGISTER_KERNEL(registry, RNN_Fallback_SC_F32_M1);
+  TRN_REGISTER_KERNEL(registry, LSTMCell_Fallback_C_F32_M1);
+  TRN_REGISTER_KERNEL(registry, LSTM_Fallback_SC_F32_M1);
+  TRN_REGISTER_KERNEL(registry, GRUCell_Fallback_C_F32_M1);
+  TRN_REGISTER_KERNEL(registry, GRU_Fallback_SC_F32_M1);
+  // The CBLAS simple cell and stack run on any x86-64 and sit with the portable kernels.
+  TRN_REGISTER_KERNEL(registry, RNNCell_SGEMM_C_F32_M1);
+  TRN_REGISTER_KERNEL(registry, RNN_SGEMM_SC_F32_M1);
 
   // Shape operations, concatenation, padding and Gemm.
   // (shape registrations)

@@ -18,6 +18,7 @@
 
 // Recurrent layers.
 // (recurrent includes)
+#include "kernel/cpu/sgemm/recurrent/recurrent.h"
 
 // Shape operations, concatenation, padding and Gemm.
 // (shape includes)
@@ -47,6 +48,12 @@ void RegisterSGEMM(runtime::KernelRegistry& registry) {
 
   // Recurrent layers.
   // (recurrent registrations)
+  TRN_REGISTER_KERNEL(registry, LSTMCell_SGEMM_C_F32_M1);
+  TRN_REGISTER_KERNEL(registry, LSTM_SGEMM_SC_F32_M1);
+  TRN_REGISTER_KERNEL(registry, GRUCell_SGEMM_C_F32_M1);
+  TRN_REGISTER_KERNEL(registry, GRU_SGEMM_SC_F32_M1);
+  TRN_REGISTER_KERNEL(registry, GRUCell_SSE_SGEMM_C_F32_M2);
+  TRN_REGISTER_KERNEL(registry, GRU_SSE_SGEMM_SC_F32_M2);
 
   // Shape operations, concatenation, padding and Gemm.
   // (shape registrations)

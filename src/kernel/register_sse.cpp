@@ -24,6 +24,7 @@
 
 // Recurrent layers.
 // (recurrent includes)
+#include "kernel/cpu/sse/recurrent/recurrent.h"
 
 // Shape operations, concatenation, padding and Gemm.
 // (shape includes)
@@ -95,6 +96,12 @@ void RegisterSSE(runtime::KernelRegistry& registry) {
 
   // Recurrent layers.
   // (recurrent registrations)
+  TRN_REGISTER_KERNEL(registry, RNNCell_SSE_C_F32_M1);
+  TRN_REGISTER_KERNEL(registry, RNN_SSE_SC_F32_M1);
+  TRN_REGISTER_KERNEL(registry, LSTMCell_SSE_C_F32_M1);
+  TRN_REGISTER_KERNEL(registry, LSTM_SSE_SC_F32_M1);
+  TRN_REGISTER_KERNEL(registry, GRUCell_SSE_C_F32_M1);
+  TRN_REGISTER_KERNEL(registry, GRU_SSE_SC_F32_M1);
 
   // Shape operations, concatenation, padding and Gemm.
   // (shape registrations)

@@ -475,6 +475,20 @@ std::string CpuKernelName(const LayerInfo& layer, const std::string& family) {
       return "FullConnection_Fallback_C_Float_M1";
     case LAYER_TENSOR_ARITHMETIC:
       return "TensorArithmetic_Fallback_M1";
+    case LAYER_RNNCELL:
+    case LAYER_RNN:
+    case LAYER_LSTMCELL:
+    case LAYER_LSTM:
+    case LAYER_GRUCELL:
+    case LAYER_GRU: {
+      // AVX machines take the SSE members; the CBLAS ones run anywhere.
+      const bool cell = layer.type == LAYER_RNNCELL || layer.type == LAYER_LSTMCELL || layer.type == LAYER_GRUCELL;
+      const char* op = layer.type == LAYER_RNNCELL || layer.type == LAYER_RNN
+                           ? "RNN"
+                           : (layer.type == LAYER_LSTMCELL || layer.type == LAYER_LSTM ? "LSTM" : "GRU");
+      const char* isa = sgemm ? "_SGEMM" : (sse || avx ? "_SSE" : "_Fallback");
+      return std::string(op) + (cell ? "Cell" : "") + isa + (cell ? "_C_F32_M1" : "_SC_F32_M1");
+    }
     default:
       return "";
   }
