@@ -102,7 +102,7 @@ void RegisterAVX(runtime::KernelRegistry& registry) {
   TRN_REGISTER_KERNEL(registry, Upsampling2D_AVX_C8HW8_Float_M1);
   TRN_REGISTER_KERNEL(registry, Softmax_AVX_Float_M1);
   TRN_REGISTER_KERNEL(registry, Clip_AVX_Float_M1);
-  TRN_REGISTER_KERNEL(registry, GridSample_AVX_CHW_Float_M1);
+  TRN_REGISTER_KERNEL(registry, GridSample_AVX_C8HW8_Float_M1);
 
   // Quantisation converters.
   // (quantisation registrations)

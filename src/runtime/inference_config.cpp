@@ -483,8 +483,8 @@ std::string CpuKernelName(const LayerInfo& layer, const std::string& family) {
       if (avx) return "Clip_AVX_Float_M1";
       if (sse) return "Clip_SSE_Float_M1";
       return "Clip_Fallback_Float_M1";
-    case LAYER_GRIDSAMPLE:
-      return avx ? "GridSample_AVX_CHW_Float_M1" : "GridSample_Fallback_CHW_Float_M1";
+    case LAYER_GRIDSAMPLE:  // the vector member reads C8HW8
+      return "GridSample_Fallback_CHW_Float_M1";
     case LAYER_ADAPTIVE_MAXPOOL2D:
       return "AdaptivePooling2D_Max_Fallback_CHW_Float_M1";
     case LAYER_SQFC_CONV2D:

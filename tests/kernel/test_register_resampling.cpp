@@ -41,7 +41,7 @@ TEST(ResamplingRegistration, EachFamilyRegistersItsMembers) {
       {kernel::RegisterAVX,
        {"BatchNorm2D_AVX_CHW_Float_M1", "BatchNorm2D_AVX_C8HW8_Float_M1", "InstanceNorm2D_AVX_CHW_Float_M1",
         "Upsampling2D_AVX_CHW_Float_M1", "Upsampling2D_AVX_C8HW8_Float_M1", "Softmax_AVX_Float_M1",
-        "Clip_AVX_Float_M1", "GridSample_AVX_CHW_Float_M1"}},
+        "Clip_AVX_Float_M1", "GridSample_AVX_C8HW8_Float_M1"}},
   };
   for (const auto& family : families) {
     runtime::KernelRegistry registry;
@@ -136,7 +136,7 @@ TEST(ResamplingConfig, EveryFamilyNamesAKernelAndAgreesWithThePortableFamily) {
       {"AVX",
        {"BatchNorm2D_AVX_CHW_Float_M1", "InstanceNorm2D_AVX_CHW_Float_M1", "Upsampling2D_AVX_CHW_Float_M1",
         "Clip_AVX_Float_M1", "AdaptivePooling2D_Max_Fallback_CHW_Float_M1", "Softmax_AVX_Float_M1",
-        "GridSample_AVX_CHW_Float_M1", "SQFCConv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1",
+        "GridSample_Fallback_CHW_Float_M1", "SQFCConv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1",
         "SQFCConv2DFoldedBN_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1", "BatchNorm1D_Fallback_CL_Float_M1"}},
   };
   runtime::OutputMap portable;

@@ -23,8 +23,8 @@ constexpr std::uint32_t kGridStrip = 64;
 
 // The taps of a strip of output pixels: for bilinear the north-west,
 // north-east, south-west and south-east neighbours (nearest: tap 0 alone),
-// each an offset into the plane (-1 for a neighbour outside it, which reads
-// as 0) and a weight.
+// each a pixel offset into the plane (-1 for a neighbour outside it, which
+// reads as 0) and a weight.
 struct GridTaps {
   std::int32_t offset[4][kGridStrip];
   float weight[4][kGridStrip];
@@ -38,22 +38,25 @@ struct GridTaps {
 // outer pixel edges without), then clips. Bilinear: weights
 // (1 - fy)(1 - fx), (1 - fy) fx, fy (1 - fx), fy fx of the fractions past
 // floor; nearest: the position rounded half to even. Computed as PyTorch's CPU
-// kernel computes them.
+// kernel computes them, with one deliberate difference: under zeros padding a
+// position that is NaN or infinite reads nothing (every tap outside, weight
+// 0), so the output is 0 where PyTorch gives NaN.
 void GridSampleTaps(const GridSampleSpec& spec, const float* grid, std::uint32_t count, GridTaps* taps);
 
-// Samples `channels` planes of spec.in_h x spec.in_w at `pixels` output
-// pixels whose grid pairs are in `grid`; dst holds channels planes of
-// `pixels`. Bilinear per output: ((v0 w0 + v1 w1) + v2 w2) + v3 w3, each
-// product and sum rounded on its own (0 for a tap outside the plane); nearest
-// copies v0 (0 outside).
-using GridSampleFn = void (*)(const float* src, std::uint32_t channels, const GridSampleSpec& spec,
-                              const float* grid, std::size_t pixels, float* dst);
-void grid_sample_f32(const float* src, std::uint32_t channels, const GridSampleSpec& spec, const float* grid,
-                     std::size_t pixels, float* dst);
-// AVX2: eight output pixels per step with masked gathers, bit for bit the
+// Samples `planes` planes of spec.in_h x spec.in_w pixels of `lanes` floats
+// (lanes 1: CHW; 8: C8HW8 blocks) at `pixels` output pixels whose grid pairs
+// are in `grid`; dst holds `planes` planes of `pixels` pixels. Bilinear per
+// float: ((v0 w0 + v1 w1) + v2 w2) + v3 w3, each product and sum rounded on
+// its own (v = 0 for a tap outside the plane); nearest copies v0 (0 outside).
+using GridSampleFn = void (*)(const float* src, std::uint32_t planes, std::uint32_t lanes,
+                              const GridSampleSpec& spec, const float* grid, std::size_t pixels, float* dst);
+// Portable, any lanes.
+void grid_sample_f32(const float* src, std::uint32_t planes, std::uint32_t lanes, const GridSampleSpec& spec,
+                     const float* grid, std::size_t pixels, float* dst);
+// AVX2 on C8HW8 (lanes 8): one 8-channel register per tap, bit for bit the
 // portable result.
-void grid_sample_avx_f32(const float* src, std::uint32_t channels, const GridSampleSpec& spec, const float* grid,
-                         std::size_t pixels, float* dst);
+void grid_sample_c8hw8_avx_f32(const float* src, std::uint32_t planes, std::uint32_t lanes, const GridSampleSpec& spec,
+                               const float* grid, std::size_t pixels, float* dst);
 
 }  // namespace functional
 }  // namespace kernel

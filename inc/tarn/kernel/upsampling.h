@@ -16,6 +16,11 @@ struct Upsample2DPlan {
   bool bilinear = false;
   // Nearest only: out_w == 2 * in_w and x0[ox] == ox / 2, every column twice.
   bool doubles_columns = false;
+  // Bilinear only: out_w == 2 * in_w and outputs 2i + 1 and 2i + 2 both blend
+  // columns i and i + 1, with weights that repeat: (pair_w[0], pair_w[1]) and
+  // (pair_w[2], pair_w[3]) (the 2x half-pixel case).
+  bool pairs_columns = false;
+  float pair_w[4] = {0, 0, 0, 0};
   std::vector<std::int32_t> y0, y1, x0, x1;
   std::vector<float> wy0, wy1, wx0, wx1;
 };

@@ -25,6 +25,7 @@ struct Avx {
   static Reg Sub(Reg a, Reg b) { return _mm256_sub_ps(a, b); }
   static Reg Mul(Reg a, Reg b) { return _mm256_mul_ps(a, b); }
   static Reg Div(Reg a, Reg b) { return _mm256_div_ps(a, b); }
+  static Reg Fma(Reg a, Reg b, Reg c) { return _mm256_fmadd_ps(a, b, c); }
   static Reg Min(Reg a, Reg b) { return _mm256_min_ps(a, b); }
   static Reg Max(Reg a, Reg b) { return _mm256_max_ps(a, b); }
   static Reg Floor(Reg a) { return _mm256_floor_ps(a); }
@@ -47,9 +48,9 @@ struct Avx {
   static Reg Gather(const float* base, const std::int32_t* idx) {
     return _mm256_i32gather_ps(base, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(idx)), 4);
   }
-  // Each float twice: [a .. h] gives lo = [a a b b c c d d], hi = [e e f f g g h h].
-  static void Duplicate(Reg v, Reg* lo, Reg* hi) {
-    const __m256 l = _mm256_unpacklo_ps(v, v), h = _mm256_unpackhi_ps(v, v);
+  // Alternating floats of a and b: a0 b0 .. a3 b3 in lo, a4 b4 .. a7 b7 in hi.
+  static void Interleave(Reg a, Reg b, Reg* lo, Reg* hi) {
+    const __m256 l = _mm256_unpacklo_ps(a, b), h = _mm256_unpackhi_ps(a, b);
     *lo = _mm256_permute2f128_ps(l, h, 0x20);
     *hi = _mm256_permute2f128_ps(l, h, 0x31);
   }

@@ -25,6 +25,7 @@ struct Sse {
   static Reg Sub(Reg a, Reg b) { return _mm_sub_ps(a, b); }
   static Reg Mul(Reg a, Reg b) { return _mm_mul_ps(a, b); }
   static Reg Div(Reg a, Reg b) { return _mm_div_ps(a, b); }
+  static Reg Fma(Reg a, Reg b, Reg c) { return _mm_fmadd_ps(a, b, c); }
   static Reg Min(Reg a, Reg b) { return _mm_min_ps(a, b); }
   static Reg Max(Reg a, Reg b) { return _mm_max_ps(a, b); }
   static Reg Floor(Reg a) { return _mm_floor_ps(a); }
@@ -45,10 +46,10 @@ struct Sse {
   static Reg Gather(const float* base, const std::int32_t* idx) {
     return _mm_setr_ps(base[idx[0]], base[idx[1]], base[idx[2]], base[idx[3]]);
   }
-  // Each float twice: v = [a b c d] gives lo = [a a b b], hi = [c c d d].
-  static void Duplicate(Reg v, Reg* lo, Reg* hi) {
-    *lo = _mm_unpacklo_ps(v, v);
-    *hi = _mm_unpackhi_ps(v, v);
+  // Alternating floats of a and b: a0 b0 a1 b1 in lo, a2 b2 a3 b3 in hi.
+  static void Interleave(Reg a, Reg b, Reg* lo, Reg* hi) {
+    *lo = _mm_unpacklo_ps(a, b);
+    *hi = _mm_unpackhi_ps(a, b);
   }
   struct DAcc {
     __m128d lo, hi;

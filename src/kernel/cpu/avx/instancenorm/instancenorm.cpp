@@ -7,7 +7,7 @@ namespace tarn {
 namespace kernel {
 namespace functional {
 
-void mean_var_avx_f32(const float* x, std::size_t n, float* mean, double* variance) {
+void mean_var_avx_f32(const float* x, std::size_t n, float* mean, float* variance) {
   MeanVar<Avx>(x, n, mean, variance);
 }
 

@@ -48,6 +48,7 @@ bool AdaptivePooling2D_Max_Fallback_CHW_Float_M1::Config(std::shared_ptr<runtime
 }
 
 const char* AdaptivePooling2D_Max_Fallback_CHW_Float_M1::ShapeProblem(const runtime::TensorShape& s) const {
+  if (const char* p = ShapeSizeProblem(s)) return p;
   if (!IsPlainLayout(s.layout) || s.dims.size() != 3) return "the input is not a CHW tensor [C, H, W]";
   if (!FitsPassFloats({s.dims[0], output_h_, output_w_})) return "the output would hold more than 2^31 - 1 floats";
   return nullptr;

@@ -17,7 +17,7 @@ void channel_affine_f32(const float* src, std::uint32_t blocks, std::size_t plan
                         const float* a, const float* b, float* dst) {
   for (std::uint32_t k = 0; k < blocks; ++k) {
     for (std::size_t p = 0; p < plane; ++p) {
-      for (std::uint32_t j = 0; j < lanes; ++j, ++src, ++dst) *dst = *src * a[k * lanes + j] + b[k * lanes + j];
+      for (std::uint32_t j = 0; j < lanes; ++j, ++src, ++dst) *dst = std::fma(*src, a[k * lanes + j], b[k * lanes + j]);
     }
   }
 }
@@ -96,6 +96,7 @@ bool BatchNormKernelBase::Config(std::shared_ptr<runtime::LayerInfo> layer,
 }
 
 const char* BatchNormKernelBase::ShapeProblem(const runtime::TensorShape& s) const {
+  if (const char* p = ShapeSizeProblem(s)) return p;
   const auto& d = s.dims;
   if (lanes_ > 1) {
     if (const char* p = BlockedShapeProblem(s, layout_)) return p;

@@ -5,7 +5,8 @@
 //
 // Config folds the statistics into one factor pair per channel, computed in
 // float as PyTorch does: a = 1 / sqrt(variance + eps) * scale and
-// b = shift - mean * a; Forward computes x * a + b.
+// b = shift - mean * a; Forward computes fma(x, a, b), one fused
+// multiply-add, as PyTorch's vector kernel does.
 //
 // Record fields (BatchNorm2dInfo, BatchNorm1dInfo):
 //   "num_features"           C, the channel count the input must have (> 0)

@@ -50,6 +50,7 @@ bool ClipKernelBase::Config(std::shared_ptr<runtime::LayerInfo> layer, std::shar
 }
 
 const char* ClipKernelBase::ShapeProblem(const runtime::TensorShape& s) const {
+  if (const char* p = ShapeSizeProblem(s)) return p;
   if (LayoutLanes(s.layout) > 1 && !(lo_ <= 0.0f && 0.0f <= hi_)) {
     return "the range excludes 0, which would change the padding lanes of a blocked input";
   }

@@ -74,6 +74,11 @@ void GridSampleTaps(const GridSampleSpec& spec, const float* grid, std::uint32_t
       taps->weight[0][i] = 1.0f;
       continue;
     }
+    if (!in_bound && !(std::isfinite(x) && std::isfinite(y))) {
+      // Reads nothing: 0, where PyTorch would give NaN.
+      for (int k = 0; k < 4; ++k) taps->offset[k][i] = -1, taps->weight[k][i] = 0.0f;
+      continue;
+    }
     const float xw = std::floor(x), yn = std::floor(y);
     const float fw = x - xw, fe = 1.0f - fw, fn = y - yn, fs = 1.0f - fn;
     taps->weight[0][i] = fs * fe;
@@ -95,24 +100,26 @@ void GridSampleTaps(const GridSampleSpec& spec, const float* grid, std::uint32_t
   }
 }
 
-void grid_sample_f32(const float* src, std::uint32_t channels, const GridSampleSpec& spec, const float* grid,
-                     std::size_t pixels, float* dst) {
-  const std::size_t plane = std::size_t(spec.in_h) * spec.in_w;
+void grid_sample_f32(const float* src, std::uint32_t planes, std::uint32_t lanes, const GridSampleSpec& spec,
+                     const float* grid, std::size_t pixels, float* dst) {
+  const std::size_t plane = std::size_t(spec.in_h) * spec.in_w * lanes;
   GridTaps taps;
   for (std::size_t start = 0; start < pixels; start += kGridStrip) {
     const std::uint32_t count = static_cast<std::uint32_t>(std::min<std::size_t>(kGridStrip, pixels - start));
     GridSampleTaps(spec, grid + 2 * start, count, &taps);
-    for (std::uint32_t c = 0; c < channels; ++c) {
+    for (std::uint32_t c = 0; c < planes; ++c) {
       const float* p = src + c * plane;
-      float* out = dst + c * pixels + start;
+      float* out = dst + (c * pixels + start) * lanes;
       for (std::uint32_t i = 0; i < count; ++i) {
-        auto v = [&](int k) { return taps.offset[k][i] >= 0 ? p[taps.offset[k][i]] : 0.0f; };
-        if (!spec.bilinear) {
-          out[i] = v(0);
-          continue;
-        }
-        out[i] = v(0) * taps.weight[0][i] + v(1) * taps.weight[1][i] + v(2) * taps.weight[2][i] +
+        for (std::uint32_t j = 0; j < lanes; ++j, ++out) {
+          auto v = [&](int k) { return taps.offset[k][i] >= 0 ? p[std::size_t(taps.offset[k][i]) * lanes + j] : 0.0f; };
+          if (!spec.bilinear) {
+            *out = v(0);
+            continue;
+          }
+          *out = v(0) * taps.weight[0][i] + v(1) * taps.weight[1][i] + v(2) * taps.weight[2][i] +
                  v(3) * taps.weight[3][i];
+        }
       }
     }
   }
@@ -149,20 +156,33 @@ bool GridSampleKernelBase::Config(std::shared_ptr<runtime::LayerInfo> layer, std
   return true;
 }
 
+GridSampleKernelBase::GridSampleKernelBase(runtime::TensorShape::Layout layout, functional::GridSampleFn fn)
+    : layout_(layout), lanes_(LayoutLanes(layout)), fn_(fn) {}
+
 const char* GridSampleKernelBase::ShapeProblem(const runtime::TensorShape& in, const runtime::TensorShape& grid) const {
-  if (!IsPlainLayout(in.layout) || in.dims.size() != 3) return "the input is not a CHW tensor [C, H, W]";
+  if (const char* p = ShapeSizeProblem(in)) return p;
+  if (const char* p = ShapeSizeProblem(grid)) return p;
+  if (lanes_ > 1) {
+    if (const char* p = BlockedShapeProblem(in, layout_)) return p;
+  } else if (!IsPlainLayout(in.layout) || in.dims.size() != 3) {
+    return "the input is not a CHW tensor [C, H, W]";
+  }
   if (LayoutLanes(grid.layout) > 1 || grid.dims.size() != 3 || grid.dims[2] != 2) {
     return "the grid is not a plain tensor [H_out, W_out, 2]";
   }
-  if (!FitsPassFloats({in.dims[0], grid.dims[0], grid.dims[1]})) return "the output would hold more than 2^31 - 1 floats";
+  if (!FitsPassFloats({in.dims[0], grid.dims[0], grid.dims[1], lanes_})) {
+    return "the output would hold more than 2^31 - 1 floats";
+  }
   return nullptr;
 }
 
 std::vector<runtime::TensorShape> GridSampleKernelBase::GetOutputShapes(
     const std::vector<runtime::TensorShape>& inputs) const {
   if (!configured_ || inputs.size() != 2 || ShapeProblem(inputs[0], inputs[1])) return {};
-  return {runtime::TensorShape({inputs[0].dims[0], inputs[1].dims[0], inputs[1].dims[1]}, runtime::TensorShape::FLOAT32,
-                               runtime::TensorShape::CHW, runtime::TensorShape::MainMemory)};
+  std::vector<unsigned> dims = {inputs[0].dims[0], inputs[1].dims[0], inputs[1].dims[1]};
+  if (lanes_ > 1) dims.push_back(lanes_);
+  return {runtime::TensorShape(dims, runtime::TensorShape::FLOAT32, lanes_ > 1 ? layout_ : runtime::TensorShape::CHW,
+                               runtime::TensorShape::MainMemory)};
 }
 
 std::int32_t GridSampleKernelBase::IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const {
@@ -185,15 +205,15 @@ bool GridSampleKernelBase::Forward(const std::vector<std::shared_ptr<runtime::Te
   spec.in_w = d[2];
   auto out = context->cpu->CreateTensor(GetOutputShapes({inputs[0]->shape, inputs[1]->shape})[0]);
   const std::size_t pixels = std::size_t(inputs[1]->shape.dims[0]) * inputs[1]->shape.dims[1];
-  fn_(static_cast<const float*>(inputs[0]->Data()), d[0], spec, static_cast<const float*>(inputs[1]->Data()), pixels,
-      out->DataAs<float>());
+  fn_(static_cast<const float*>(inputs[0]->Data()), d[0], lanes_, spec, static_cast<const float*>(inputs[1]->Data()),
+      pixels, out->DataAs<float>());
   outputs.assign(1, out);
   return true;
 }
 
 // Baseline-compiled destructors of every member, whatever its family.
 GridSample_Fallback_CHW_Float_M1::~GridSample_Fallback_CHW_Float_M1() = default;
-GridSample_AVX_CHW_Float_M1::~GridSample_AVX_CHW_Float_M1() = default;
+GridSample_AVX_C8HW8_Float_M1::~GridSample_AVX_C8HW8_Float_M1() = default;
 
 }  // namespace kernel
 }  // namespace tarn

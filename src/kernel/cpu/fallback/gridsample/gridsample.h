@@ -9,10 +9,12 @@
 //   "align_corners"  true: -1 and 1 are the centres of the corner pixels;
 //                    false: the outer edges of the corner pixels
 //
-// Inputs, in "input_ids" order: the CHW input [C, H, W] and the grid
-// [H_out, W_out, 2] (plain layout). Output: CHW [C, H_out, W_out]. A grid of
-// another shape is refused. NaN grid values give NaN outputs (zeros padding)
-// or sample the first row or column (border and reflection), as PyTorch.
+// Inputs, in "input_ids" order: the input, CHW [C, H, W] (the portable
+// member) or C8HW8 [ceil(C/8), H, W, 8] (the AVX member, padding lanes kept
+// zero), and the grid [H_out, W_out, 2] (plain layout). Output: the input's
+// layout at H_out x W_out. A grid of another shape is refused. A NaN grid
+// value samples the first row or column under border and reflection padding,
+// as PyTorch; under zeros padding a NaN or infinite one gives 0 (PyTorch: NaN).
 #pragma once
 
 #include <cstdint>
@@ -27,7 +29,7 @@ namespace kernel {
 
 class GridSampleKernelBase : public KernelBase {
  public:
-  explicit GridSampleKernelBase(functional::GridSampleFn fn) : fn_(fn) {}
+  GridSampleKernelBase(runtime::TensorShape::Layout layout, functional::GridSampleFn fn);
   // -1 unless the record is a GridSampleInfo of a known mode and padding mode.
   std::int32_t IsValidParam(std::shared_ptr<runtime::LayerInfo> layer,
                             std::shared_ptr<runtime::InferenceParam> param) const override;
@@ -42,20 +44,22 @@ class GridSampleKernelBase : public KernelBase {
  private:
   const char* ShapeProblem(const runtime::TensorShape& input, const runtime::TensorShape& grid) const;
 
+  runtime::TensorShape::Layout layout_;
+  std::uint32_t lanes_;
   functional::GridSampleFn fn_;
   functional::GridSampleSpec spec_;
 };
 
 // Destructors defined in baseline code (see TRN_BATCHNORM_KERNEL).
-#define TRN_GRIDSAMPLE_KERNEL(cls, fn)                \
-  class cls : public GridSampleKernelBase {           \
-   public:                                            \
-    ~cls() override;                                  \
-    TRN_KERNEL_NAME(cls)                              \
-    cls() : GridSampleKernelBase(functional::fn) {}   \
+#define TRN_GRIDSAMPLE_KERNEL(cls, layout, fn)                                        \
+  class cls : public GridSampleKernelBase {                                           \
+   public:                                                                            \
+    ~cls() override;                                                                  \
+    TRN_KERNEL_NAME(cls)                                                              \
+    cls() : GridSampleKernelBase(runtime::TensorShape::layout, functional::fn) {}     \
   };
 
-TRN_GRIDSAMPLE_KERNEL(GridSample_Fallback_CHW_Float_M1, grid_sample_f32)
+TRN_GRIDSAMPLE_KERNEL(GridSample_Fallback_CHW_Float_M1, CHW, grid_sample_f32)
 
 }  // namespace kernel
 }  // namespace tarn

@@ -13,7 +13,7 @@ namespace kernel {
 
 namespace functional {
 
-void mean_var_f32(const float* x, std::size_t n, float* mean, double* variance) {
+void mean_var_f32(const float* x, std::size_t n, float* mean, float* variance) {
   double sum = 0.0;
   for (std::size_t i = 0; i < n; ++i) sum += static_cast<double>(x[i]);
   const float m = static_cast<float>(sum / static_cast<double>(n));
@@ -23,7 +23,7 @@ void mean_var_f32(const float* x, std::size_t n, float* mean, double* variance) 
     squares += static_cast<double>(d * d);
   }
   *mean = m;
-  *variance = squares / static_cast<double>(n);
+  *variance = static_cast<float>(squares) / static_cast<float>(n);
 }
 
 }  // namespace functional
@@ -59,6 +59,7 @@ bool InstanceNormKernelBase::Config(std::shared_ptr<runtime::LayerInfo> layer,
 }
 
 const char* InstanceNormKernelBase::ShapeProblem(const runtime::TensorShape& s) const {
+  if (const char* p = ShapeSizeProblem(s)) return p;
   if (!IsPlainLayout(s.layout) || s.dims.size() != 3) return "the input is not a CHW tensor [C, H, W]";
   if (affine_params_ && s.dims[0] != channels_) return "the input's channel count differs from num_features";
   return nullptr;
@@ -88,11 +89,11 @@ bool InstanceNormKernelBase::Forward(const std::vector<std::shared_ptr<runtime::
   const float* src = static_cast<const float*>(inputs[0]->Data());
   std::vector<float> a(c), b(c);
   for (std::uint32_t k = 0; k < c; ++k) {
-    float mean;
-    double var;
+    float mean, var;
     stats_(src + k * plane, plane, &mean, &var);
-    const float invstd =
-        var == 0.0 && eps_ == 0.0f ? 0.0f : static_cast<float>(1.0 / std::sqrt(var + static_cast<double>(eps_)));
+    const float invstd = var == 0.0f && eps_ == 0.0f
+                             ? 0.0f
+                             : static_cast<float>(1.0 / std::sqrt(static_cast<double>(var) + static_cast<double>(eps_)));
     a[k] = affine_params_ ? invstd * scale_[k] : invstd;
     b[k] = (affine_params_ ? shift_[k] : 0.0f) - mean * a[k];
   }

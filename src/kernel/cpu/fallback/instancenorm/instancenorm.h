@@ -6,7 +6,7 @@
 // mean and var (biased) computed per pass with double sums; then, as PyTorch
 // does, invstd = 1 / sqrt(var + eps) in double (0 when var and eps are both 0),
 // rounded to float, a = invstd * scale and b = shift - mean * a in float, and
-// y = x * a + b by the family's affine routine.
+// y = fma(x, a, b) by the family's affine routine.
 //
 // Record fields (InstanceNorm2dInfo):
 //   "num_features"           C; with if_affine the input must have C channels

@@ -36,7 +36,11 @@ std::shared_ptr<runtime::TensorCPU> AsTensorCPU(const std::shared_ptr<runtime::T
 
 const char* FloatTensorProblem(const std::shared_ptr<runtime::Tensor>& t) {
   if (!IsFloatMainMemory(t) || !AsTensorCPU(t)) return "the input is not a float tensor in main memory";
-  const auto& dims = t->shape.dims;
+  return ShapeSizeProblem(t->shape);
+}
+
+const char* ShapeSizeProblem(const runtime::TensorShape& shape) {
+  const auto& dims = shape.dims;
   if (dims.empty()) return "the input has no dims";
   std::uint64_t n = 1;
   for (unsigned d : dims) {

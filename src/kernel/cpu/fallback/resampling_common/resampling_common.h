@@ -34,9 +34,12 @@ bool IsPlainLayout(runtime::TensorShape::Layout layout);
 // The tensor as a main-memory CPU tensor, or null.
 std::shared_ptr<runtime::TensorCPU> AsTensorCPU(const std::shared_ptr<runtime::Tensor>& t);
 
+// Why a shape cannot be a tensor of a pass, or null when it can: at least one
+// dim, no zero extent, at most kMaxPassFloats elements.
+const char* ShapeSizeProblem(const runtime::TensorShape& shape);
+
 // Why a tensor cannot be read as a float tensor of a pass, or null when it can:
-// a float main-memory CPU tensor with data, no zero extent, at most
-// kMaxPassFloats elements.
+// a float main-memory CPU tensor with data whose shape passes ShapeSizeProblem.
 const char* FloatTensorProblem(const std::shared_ptr<runtime::Tensor>& t);
 
 // Why `shape` is not a [blocks, H, W, lanes] tensor of `layout` (C4HW4 or

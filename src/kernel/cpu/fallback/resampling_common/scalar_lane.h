@@ -26,6 +26,7 @@ struct Lane {
   static Reg Sub(Reg a, Reg b) { return a - b; }
   static Reg Mul(Reg a, Reg b) { return a * b; }
   static Reg Div(Reg a, Reg b) { return a / b; }
+  static Reg Fma(Reg a, Reg b, Reg c) { return std::fma(a, b, c); }
   static Reg Min(Reg a, Reg b) { return a < b ? a : b; }
   static Reg Max(Reg a, Reg b) { return a > b ? a : b; }
   static Reg Floor(Reg a) { return std::floor(a); }

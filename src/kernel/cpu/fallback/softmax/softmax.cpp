@@ -49,6 +49,7 @@ bool SoftmaxKernelBase::Config(std::shared_ptr<runtime::LayerInfo> layer, std::s
 }
 
 const char* SoftmaxKernelBase::ShapeProblem(const runtime::TensorShape& s) const {
+  if (const char* p = ShapeSizeProblem(s)) return p;
   if (LayoutLanes(s.layout) > 1) return "the input is blocked; softmax reads plain tensors";
   if (dim_ >= s.dims.size()) return "\"dim\" is not below the input's rank";
   return nullptr;

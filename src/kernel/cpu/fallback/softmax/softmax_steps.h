@@ -1,6 +1,6 @@
 // The loops of the vector softmax and clip forms, written once for any
 // register width. V supplies Reg, kLanes, Load, Store, Set1, Zero, Add, Sub,
-// Mul, Div, Min, Max (the second operand when either is NaN), Floor, Pow2,
+// Mul, Div, Fma, Min, Max (the second operand when either is NaN), Floor, Pow2,
 // ReduceMax and ReduceAdd; each family's file brings its V and the one-float
 // Lane with internal linkage, so this header holds no intrinsics.
 #pragma once
@@ -24,17 +24,17 @@ inline typename V::Reg Exp(typename V::Reg x) {
   using R = typename V::Reg;
   x = V::Min(V::Set1(88.0f), x);
   x = V::Max(V::Set1(-88.3762626647949f), x);
-  const R n = V::Floor(V::Add(V::Mul(x, V::Set1(1.44269504088896341f)), V::Set1(0.5f)));
-  x = V::Sub(x, V::Mul(n, V::Set1(0.693359375f)));
-  x = V::Sub(x, V::Mul(n, V::Set1(-2.12194440e-4f)));
+  const R n = V::Floor(V::Fma(x, V::Set1(1.44269504088896341f), V::Set1(0.5f)));
+  x = V::Fma(n, V::Set1(-0.693359375f), x);
+  x = V::Fma(n, V::Set1(2.12194440e-4f), x);
   const R z = V::Mul(x, x);
   R y = V::Set1(1.9875691500e-4f);
-  y = V::Add(V::Mul(y, x), V::Set1(1.3981999507e-3f));
-  y = V::Add(V::Mul(y, x), V::Set1(8.3334519073e-3f));
-  y = V::Add(V::Mul(y, x), V::Set1(4.1665795894e-2f));
-  y = V::Add(V::Mul(y, x), V::Set1(1.6666665459e-1f));
-  y = V::Add(V::Mul(y, x), V::Set1(5.0000001201e-1f));
-  y = V::Add(V::Add(V::Mul(y, z), x), V::Set1(1.0f));
+  y = V::Fma(y, x, V::Set1(1.3981999507e-3f));
+  y = V::Fma(y, x, V::Set1(8.3334519073e-3f));
+  y = V::Fma(y, x, V::Set1(4.1665795894e-2f));
+  y = V::Fma(y, x, V::Set1(1.6666665459e-1f));
+  y = V::Fma(y, x, V::Set1(5.0000001201e-1f));
+  y = V::Add(V::Fma(y, z, x), V::Set1(1.0f));
   return V::Mul(y, V::Pow2(n));
 }
 
@@ -61,9 +61,10 @@ void SoftmaxRow(const float* x, std::size_t n, float* y) {
     y[i] = e;
     s += e;
   }
-  const typename V::Reg sum = V::Set1(s);
-  for (i = 0; i + L <= n; i += L) V::Store(y + i, V::Div(V::Load(y + i), sum));
-  for (; i < n; ++i) y[i] = y[i] / s;
+  const float inv = 1.0f / s;
+  const typename V::Reg vi = V::Set1(inv);
+  for (i = 0; i + L <= n; i += L) V::Store(y + i, V::Mul(V::Load(y + i), vi));
+  for (; i < n; ++i) y[i] = y[i] * inv;
 }
 
 // Softmax of V::kLanes neighbouring columns of a [dim, inner] block (the axis
@@ -78,7 +79,8 @@ void SoftmaxColumns(const float* x, std::size_t dim, std::size_t inner, float* y
     V::Store(y + d * inner, e);
     s = V::Add(s, e);
   }
-  for (std::size_t d = 0; d < dim; ++d) V::Store(y + d * inner, V::Div(V::Load(y + d * inner), s));
+  const typename V::Reg inv = V::Div(V::Set1(1.0f), s);
+  for (std::size_t d = 0; d < dim; ++d) V::Store(y + d * inner, V::Mul(V::Load(y + d * inner), inv));
 }
 
 template <typename V>

@@ -70,9 +70,22 @@ bool MakeUpsample2DPlan(std::uint32_t in_h, std::uint32_t in_w, float scale_y, f
   if (plan->out_h == 0 || plan->out_w == 0) return false;
   UpsampleAxis(in_h, plan->out_h, scale_y, bilinear, align_corners, &plan->y0, &plan->y1, &plan->wy0, &plan->wy1);
   UpsampleAxis(in_w, plan->out_w, scale_x, bilinear, align_corners, &plan->x0, &plan->x1, &plan->wx0, &plan->wx1);
-  plan->doubles_columns = !bilinear && plan->out_w == 2 * std::uint64_t(in_w);
+  const bool doubled = plan->out_w == 2 * std::uint64_t(in_w);
+  plan->doubles_columns = !bilinear && doubled;
   for (std::uint32_t x = 0; plan->doubles_columns && x < plan->out_w; ++x) {
     plan->doubles_columns = plan->x0[x] == static_cast<std::int32_t>(x / 2);
+  }
+  plan->pairs_columns = bilinear && doubled && in_w >= 2;
+  if (plan->pairs_columns) {
+    const auto& p = *plan;
+    const float w[4] = {p.wx0[1], p.wx1[1], p.wx0[2], p.wx1[2]};
+    for (std::uint32_t i = 0; plan->pairs_columns && i + 1 < in_w; ++i) {
+      const std::uint32_t a = 2 * i + 1, b = 2 * i + 2;
+      plan->pairs_columns = p.x0[a] == std::int32_t(i) && p.x1[a] == std::int32_t(i + 1) && p.x0[b] == std::int32_t(i) &&
+                            p.x1[b] == std::int32_t(i + 1) && p.wx0[a] == w[0] && p.wx1[a] == w[1] &&
+                            p.wx0[b] == w[2] && p.wx1[b] == w[3];
+    }
+    for (int k = 0; k < 4; ++k) plan->pair_w[k] = plan->pairs_columns ? w[k] : 0.0f;
   }
   return true;
 }
@@ -144,6 +157,7 @@ bool Upsampling2DKernelBase::Config(std::shared_ptr<runtime::LayerInfo> layer,
 }
 
 const char* Upsampling2DKernelBase::Problem(const runtime::TensorShape& in, runtime::TensorShape* out) const {
+  if (const char* p = ShapeSizeProblem(in)) return p;
   if (lanes_ > 1) {
     if (const char* p = BlockedShapeProblem(in, layout_)) return p;
   } else if (!IsPlainLayout(in.layout) || in.dims.size() != 3) {

@@ -7,7 +7,7 @@ namespace tarn {
 namespace kernel {
 namespace functional {
 
-void mean_var_sse_f32(const float* x, std::size_t n, float* mean, double* variance) {
+void mean_var_sse_f32(const float* x, std::size_t n, float* mean, float* variance) {
   MeanVar<Sse>(x, n, mean, variance);
 }
 

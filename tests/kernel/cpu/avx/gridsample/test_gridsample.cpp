@@ -1,7 +1,8 @@
-// Grid sampling, AVX form: bit for bit the portable routine for both modes,
-// every padding mode and corner convention, over pixel counts that cross the
-// strip and leave every tail (grid values past [-1, 1], NaN and huge ones
-// included), and the kernel equals the portable kernel on the PyTorch fixtures.
+// Grid sampling, AVX form on C8HW8: bit for bit the portable routine on
+// blocked planes for both modes, every padding mode and corner convention,
+// over pixel counts that cross the strip (grid values past [-1, 1], NaN and
+// huge ones included); and the kernel on blocked tensors equals the portable
+// kernel on CHW for the PyTorch fixtures, padding lanes kept zero.
 #include <gtest/gtest.h>
 
 #include "kernel/cpu/avx/gridsample/gridsample.h"
@@ -13,10 +14,9 @@ namespace {
 
 TEST(AvxGridSample, FormEqualsPortable) {
   TRN_REQUIRE_AVX();
-  const unsigned c = 3, h = 5, w = 7;
-  const std::vector<float> x = TestValues(c * h * w, -3.0f, 3.0f, 4);
-  for (std::size_t pixels : {std::size_t(1), std::size_t(7), std::size_t(8), std::size_t(9), std::size_t(63),
-                             std::size_t(kernel::functional::kGridStrip + 9)}) {
+  const unsigned blocks = 2, h = 5, w = 7;
+  const std::vector<float> x = TestValues(blocks * h * w * 8, -3.0f, 3.0f, 4);
+  for (std::size_t pixels : {std::size_t(1), std::size_t(9), std::size_t(kernel::functional::kGridStrip + 9)}) {
     std::vector<float> grid = TestValues(2 * pixels, -1.4f, 1.4f, unsigned(pixels), 13);
     if (pixels > 8) grid[3] = 1e30f, grid[6] = -1e30f;
     for (bool bilinear : {true, false}) {
@@ -25,9 +25,9 @@ TEST(AvxGridSample, FormEqualsPortable) {
         for (bool align : {false, true}) {
           kernel::functional::GridSampleSpec spec;
           spec.bilinear = bilinear, spec.padding = padding, spec.align_corners = align, spec.in_h = h, spec.in_w = w;
-          std::vector<float> want(c * pixels), got(c * pixels, -7.0f);
-          kernel::functional::grid_sample_f32(x.data(), c, spec, grid.data(), pixels, want.data());
-          kernel::functional::grid_sample_avx_f32(x.data(), c, spec, grid.data(), pixels, got.data());
+          std::vector<float> want(blocks * pixels * 8), got(blocks * pixels * 8, -7.0f);
+          kernel::functional::grid_sample_f32(x.data(), blocks, 8, spec, grid.data(), pixels, want.data());
+          kernel::functional::grid_sample_c8hw8_avx_f32(x.data(), blocks, 8, spec, grid.data(), pixels, got.data());
           EXPECT_TRUE(SameBits(got, want, true))
               << pixels << " pixels, bilinear " << bilinear << " padding " << int(padding) << " align " << align;
         }
@@ -36,7 +36,7 @@ TEST(AvxGridSample, FormEqualsPortable) {
   }
 }
 
-TEST(AvxGridSample, KernelEqualsPortableKernel) {
+TEST(AvxGridSample, BlockedKernelEqualsPortableKernel) {
   TRN_REQUIRE_AVX();
   auto ctx = ElementContext();
   const auto cases = ResamplingReference("grid_sample");
@@ -45,10 +45,17 @@ TEST(AvxGridSample, KernelEqualsPortableKernel) {
     const auto p = ParseParams(c);
     auto r = GridSampleRecord(static_cast<std::uint16_t>(p["mode"].GetUint()),
                               static_cast<std::uint16_t>(p["padding_mode"].GetUint()), p["align_corners"].GetBool());
-    const std::vector<std::shared_ptr<runtime::Tensor>> in = {MakeTensor(ctx, c.inputs[0].shape, c.inputs[0].data),
-                                                              MakeTensor(ctx, c.inputs[1].shape, c.inputs[1].data)};
-    const std::vector<float> want = Output(Configured<kernel::GridSample_Fallback_CHW_Float_M1>(r, ctx), in, ctx);
-    EXPECT_TRUE(SameBits(Output(Configured<kernel::GridSample_AVX_CHW_Float_M1>(r, ctx), in, ctx), want)) << c.name;
+    const auto& s = c.inputs[0].shape;
+    auto grid = MakeTensor(ctx, c.inputs[1].shape, c.inputs[1].data);
+    const std::vector<float> want = Output(Configured<kernel::GridSample_Fallback_CHW_Float_M1>(r, ctx),
+                                           {MakeTensor(ctx, s, c.inputs[0].data), grid}, ctx);
+    auto blocked = MakeTensor(ctx, {(s[0] + 7) / 8, s[1], s[2], 8}, ToBlocked(c.inputs[0].data, s[0], s[1], s[2], 8),
+                              runtime::TensorShape::C8HW8);
+    std::vector<unsigned> dims;
+    const std::vector<float> got = Output(Configured<kernel::GridSample_AVX_C8HW8_Float_M1>(r, ctx), {blocked, grid}, ctx, &dims);
+    ASSERT_EQ(dims, (std::vector<unsigned>{1, c.inputs[1].shape[0], c.inputs[1].shape[1], 8})) << c.name;
+    EXPECT_TRUE(SameBits(FromBlocked(got, s[0], dims[1], dims[2], 8), want)) << c.name;
+    EXPECT_TRUE(SameBits(got, ToBlocked(want, s[0], dims[1], dims[2], 8))) << "padding lanes of " << c.name;
   }
 }
 

@@ -66,6 +66,12 @@ TEST(UpsampleTables, ExtentsAndSourcePositions) {
   EXPECT_TRUE(plan.doubles_columns);
   ASSERT_TRUE(kernel::functional::MakeUpsample2DPlan(3, 5, 2.0f, 2.2f, false, false, &plan));
   EXPECT_FALSE(plan.doubles_columns);
+  // The 2x half-pixel blend repeats the weights (0.75, 0.25), (0.25, 0.75).
+  ASSERT_TRUE(kernel::functional::MakeUpsample2DPlan(3, 5, 2.0f, 2.0f, true, false, &plan));
+  EXPECT_TRUE(plan.pairs_columns);
+  EXPECT_EQ(std::vector<float>(plan.pair_w, plan.pair_w + 4), (std::vector<float>{0.75f, 0.25f, 0.25f, 0.75f}));
+  ASSERT_TRUE(kernel::functional::MakeUpsample2DPlan(3, 5, 2.0f, 2.0f, true, true, &plan));
+  EXPECT_FALSE(plan.pairs_columns);
 }
 
 TEST(Upsample, RecordsAndInputsThatDoNotFitAreRefused) {
