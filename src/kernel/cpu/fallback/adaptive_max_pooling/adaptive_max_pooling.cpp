@@ -47,35 +47,22 @@ bool AdaptivePooling2D_Max_Fallback_CHW_Float_M1::Config(std::shared_ptr<runtime
   return true;
 }
 
-const char* AdaptivePooling2D_Max_Fallback_CHW_Float_M1::ShapeProblem(const runtime::TensorShape& s) const {
-  if (const char* p = ShapeSizeProblem(s)) return p;
+const char* AdaptivePooling2D_Max_Fallback_CHW_Float_M1::Problem(const std::vector<runtime::TensorShape>& in,
+                                                                 runtime::TensorShape* out) const {
+  const runtime::TensorShape& s = in[0];
   if (!IsPlainLayout(s.layout) || s.dims.size() != 3) return "the input is not a CHW tensor [C, H, W]";
   if (!FitsPassFloats({s.dims[0], output_h_, output_w_})) return "the output would hold more than 2^31 - 1 floats";
+  *out = ShapeWithDims(s, {s.dims[0], output_h_, output_w_});
   return nullptr;
-}
-
-std::vector<runtime::TensorShape> AdaptivePooling2D_Max_Fallback_CHW_Float_M1::GetOutputShapes(
-    const std::vector<runtime::TensorShape>& inputs) const {
-  if (!configured_ || inputs.size() != 1 || ShapeProblem(inputs[0])) return {};
-  return {ShapeWithDims(inputs[0], {inputs[0].dims[0], output_h_, output_w_})};
-}
-
-std::int32_t AdaptivePooling2D_Max_Fallback_CHW_Float_M1::IsValidInput(
-    const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const {
-  if (!configured_) return RefuseInput(*this, "the kernel is not configured");
-  if (inputs.size() != 1) return RefuseInput(*this, "%zu inputs, 1 expected", inputs.size());
-  if (const char* p = FloatTensorProblem(inputs[0])) return RefuseInput(*this, "%s", p);
-  if (const char* p = ShapeProblem(inputs[0]->shape)) return RefuseInput(*this, "%s", p);
-  return kValid;
 }
 
 bool AdaptivePooling2D_Max_Fallback_CHW_Float_M1::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                                                           std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                                                           std::shared_ptr<runtime::Context> context) const {
-  if (!context || !context->cpu || IsValidInput(inputs) != kValid) return false;
+  auto out = Prepare(inputs, context);
+  if (!out) return false;
   const auto& d = inputs[0]->shape.dims;
   const std::uint32_t h = d[1], w = d[2];
-  auto out = context->cpu->CreateTensor(GetOutputShapes({inputs[0]->shape})[0]);
   const float* in = static_cast<const float*>(inputs[0]->Data());
   float* o = out->DataAs<float>();
   for (std::uint32_t c = 0; c < d[0]; ++c, in += std::size_t(h) * w) {

@@ -15,12 +15,12 @@
 #include <memory>
 #include <vector>
 
-#include "tarn/kernel/kernel_base.h"
+#include "kernel/cpu/fallback/resampling_common/resampling_common.h"
 
 namespace tarn {
 namespace kernel {
 
-class AdaptivePooling2D_Max_Fallback_CHW_Float_M1 : public KernelBase {
+class AdaptivePooling2D_Max_Fallback_CHW_Float_M1 : public ShapedKernelBase {
  public:
   TRN_KERNEL_NAME(AdaptivePooling2D_Max_Fallback_CHW_Float_M1)
   // -1 unless the record is an AdaptiveMaxPool2dInfo with one or two non-zero sizes.
@@ -28,8 +28,6 @@ class AdaptivePooling2D_Max_Fallback_CHW_Float_M1 : public KernelBase {
                             std::shared_ptr<runtime::InferenceParam> param) const override;
   bool Config(std::shared_ptr<runtime::LayerInfo> layer, std::shared_ptr<runtime::InferenceParam> param,
               std::shared_ptr<runtime::Context> context) override;
-  std::vector<runtime::TensorShape> GetOutputShapes(const std::vector<runtime::TensorShape>& inputs) const override;
-  std::int32_t IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const override;
   bool Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                std::shared_ptr<runtime::Context> context) const override;
@@ -38,7 +36,7 @@ class AdaptivePooling2D_Max_Fallback_CHW_Float_M1 : public KernelBase {
   std::uint32_t output_w() const { return output_w_; }
 
  private:
-  const char* ShapeProblem(const runtime::TensorShape& shape) const;
+  const char* Problem(const std::vector<runtime::TensorShape>& in, runtime::TensorShape* out) const override;
 
   std::uint32_t output_h_ = 0, output_w_ = 0;
 };

@@ -95,9 +95,10 @@ bool BatchNormKernelBase::Config(std::shared_ptr<runtime::LayerInfo> layer,
   return true;
 }
 
-const char* BatchNormKernelBase::ShapeProblem(const runtime::TensorShape& s) const {
-  if (const char* p = ShapeSizeProblem(s)) return p;
+const char* BatchNormKernelBase::Problem(const std::vector<runtime::TensorShape>& in, runtime::TensorShape* out) const {
+  const runtime::TensorShape& s = in[0];
   const auto& d = s.dims;
+  *out = s;
   if (lanes_ > 1) {
     if (const char* p = BlockedShapeProblem(s, layout_)) return p;
     return d[0] == ChannelBlocks(channels_, lanes_) ? nullptr : "the input's channel blocks do not hold num_features";
@@ -116,25 +117,11 @@ void BatchNormKernelBase::Geometry(const runtime::TensorShape& s, std::uint32_t*
   *plane = static_cast<std::size_t>(DimsProduct(s.dims, 1, lanes_ > 1 ? 3 : s.dims.size()));
 }
 
-std::vector<runtime::TensorShape> BatchNormKernelBase::GetOutputShapes(
-    const std::vector<runtime::TensorShape>& inputs) const {
-  if (!configured_ || inputs.size() != 1 || ShapeProblem(inputs[0])) return {};
-  return {inputs[0]};
-}
-
-std::int32_t BatchNormKernelBase::IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const {
-  if (!configured_) return RefuseInput(*this, "the kernel is not configured");
-  if (inputs.size() != 1) return RefuseInput(*this, "%zu inputs, 1 expected", inputs.size());
-  if (const char* p = FloatTensorProblem(inputs[0])) return RefuseInput(*this, "%s", p);
-  if (const char* p = ShapeProblem(inputs[0]->shape)) return RefuseInput(*this, "%s", p);
-  return kValid;
-}
-
 bool BatchNormKernelBase::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                                   std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                                   std::shared_ptr<runtime::Context> context) const {
-  if (!context || !context->cpu || IsValidInput(inputs) != kValid) return false;
-  auto out = context->cpu->CreateTensor(inputs[0]->shape);
+  auto out = Prepare(inputs, context);
+  if (!out) return false;
   std::uint32_t blocks;
   std::size_t plane;
   Geometry(inputs[0]->shape, &blocks, &plane);

@@ -30,14 +30,14 @@
 #include <memory>
 #include <vector>
 
-#include "tarn/kernel/kernel_base.h"
+#include "kernel/cpu/fallback/resampling_common/resampling_common.h"
 #include "tarn/kernel/normalization.h"
 #include "tarn/runtime/layer_info.h"
 
 namespace tarn {
 namespace kernel {
 
-class BatchNormKernelBase : public KernelBase {
+class BatchNormKernelBase : public ShapedKernelBase {
  public:
   // record: LAYER_BATCHNORM2D or LAYER_BATCHNORM1D; layout: CHW for the
   // plain members, C4HW4 or C8HW8 for the blocked ones.
@@ -50,8 +50,6 @@ class BatchNormKernelBase : public KernelBase {
   // mismatched blob or a variance + eps that is not > 0 is refused with a log line.
   bool Config(std::shared_ptr<runtime::LayerInfo> layer, std::shared_ptr<runtime::InferenceParam> param,
               std::shared_ptr<runtime::Context> context) override;
-  std::vector<runtime::TensorShape> GetOutputShapes(const std::vector<runtime::TensorShape>& inputs) const override;
-  std::int32_t IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const override;
   bool Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                std::shared_ptr<runtime::Context> context) const override;
@@ -62,8 +60,7 @@ class BatchNormKernelBase : public KernelBase {
   const std::vector<float>& b() const { return b_; }
 
  private:
-  // Why the input shape does not fit, or null.
-  const char* ShapeProblem(const runtime::TensorShape& shape) const;
+  const char* Problem(const std::vector<runtime::TensorShape>& in, runtime::TensorShape* out) const override;
   // Stored planes (or blocks) and the floats (or pixels) of each.
   void Geometry(const runtime::TensorShape& shape, std::uint32_t* blocks, std::size_t* plane) const;
 

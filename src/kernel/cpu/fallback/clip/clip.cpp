@@ -49,32 +49,20 @@ bool ClipKernelBase::Config(std::shared_ptr<runtime::LayerInfo> layer, std::shar
   return true;
 }
 
-const char* ClipKernelBase::ShapeProblem(const runtime::TensorShape& s) const {
-  if (const char* p = ShapeSizeProblem(s)) return p;
+const char* ClipKernelBase::Problem(const std::vector<runtime::TensorShape>& in, runtime::TensorShape* out) const {
+  const runtime::TensorShape& s = in[0];
+  *out = s;
   if (LayoutLanes(s.layout) > 1 && !(lo_ <= 0.0f && 0.0f <= hi_)) {
     return "the range excludes 0, which would change the padding lanes of a blocked input";
   }
   return nullptr;
 }
 
-std::vector<runtime::TensorShape> ClipKernelBase::GetOutputShapes(const std::vector<runtime::TensorShape>& inputs) const {
-  if (!configured_ || inputs.size() != 1 || ShapeProblem(inputs[0])) return {};
-  return {inputs[0]};
-}
-
-std::int32_t ClipKernelBase::IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const {
-  if (!configured_) return RefuseInput(*this, "the kernel is not configured");
-  if (inputs.size() != 1) return RefuseInput(*this, "%zu inputs, 1 expected", inputs.size());
-  if (const char* p = FloatTensorProblem(inputs[0])) return RefuseInput(*this, "%s", p);
-  if (const char* p = ShapeProblem(inputs[0]->shape)) return RefuseInput(*this, "%s", p);
-  return kValid;
-}
-
 bool ClipKernelBase::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                              std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                              std::shared_ptr<runtime::Context> context) const {
-  if (!context || !context->cpu || IsValidInput(inputs) != kValid) return false;
-  auto out = context->cpu->CreateTensor(inputs[0]->shape);
+  auto out = Prepare(inputs, context);
+  if (!out) return false;
   const std::uint32_t n = static_cast<std::uint32_t>(inputs[0]->shape.ElementCount());
   fn_(static_cast<const float*>(inputs[0]->Data()), n, lo_, hi_, out->DataAs<float>());
   outputs.assign(1, out);

@@ -16,13 +16,13 @@
 #include <memory>
 #include <vector>
 
-#include "tarn/kernel/kernel_base.h"
+#include "kernel/cpu/fallback/resampling_common/resampling_common.h"
 #include "tarn/kernel/softmax.h"
 
 namespace tarn {
 namespace kernel {
 
-class ClipKernelBase : public KernelBase {
+class ClipKernelBase : public ShapedKernelBase {
  public:
   explicit ClipKernelBase(functional::ClipFn fn) : fn_(fn) {}
   // -1 unless the record is a ClipInfo with bounds that are not NaN and min <= max.
@@ -30,8 +30,6 @@ class ClipKernelBase : public KernelBase {
                             std::shared_ptr<runtime::InferenceParam> param) const override;
   bool Config(std::shared_ptr<runtime::LayerInfo> layer, std::shared_ptr<runtime::InferenceParam> param,
               std::shared_ptr<runtime::Context> context) override;
-  std::vector<runtime::TensorShape> GetOutputShapes(const std::vector<runtime::TensorShape>& inputs) const override;
-  std::int32_t IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const override;
   bool Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                std::shared_ptr<runtime::Context> context) const override;
@@ -40,7 +38,7 @@ class ClipKernelBase : public KernelBase {
   float hi() const { return hi_; }
 
  private:
-  const char* ShapeProblem(const runtime::TensorShape& shape) const;
+  const char* Problem(const std::vector<runtime::TensorShape>& in, runtime::TensorShape* out) const override;
 
   functional::ClipFn fn_;
   float lo_ = 0.0f, hi_ = 0.0f;

@@ -157,11 +157,12 @@ bool GridSampleKernelBase::Config(std::shared_ptr<runtime::LayerInfo> layer, std
 }
 
 GridSampleKernelBase::GridSampleKernelBase(runtime::TensorShape::Layout layout, functional::GridSampleFn fn)
-    : layout_(layout), lanes_(LayoutLanes(layout)), fn_(fn) {}
+    : ShapedKernelBase(2), layout_(layout), lanes_(LayoutLanes(layout)), fn_(fn) {}
 
-const char* GridSampleKernelBase::ShapeProblem(const runtime::TensorShape& in, const runtime::TensorShape& grid) const {
-  if (const char* p = ShapeSizeProblem(in)) return p;
-  if (const char* p = ShapeSizeProblem(grid)) return p;
+const char* GridSampleKernelBase::Problem(const std::vector<runtime::TensorShape>& inputs,
+                                          runtime::TensorShape* out) const {
+  const runtime::TensorShape& in = inputs[0];
+  const runtime::TensorShape& grid = inputs[1];
   if (lanes_ > 1) {
     if (const char* p = BlockedShapeProblem(in, layout_)) return p;
   } else if (!IsPlainLayout(in.layout) || in.dims.size() != 3) {
@@ -173,37 +174,22 @@ const char* GridSampleKernelBase::ShapeProblem(const runtime::TensorShape& in, c
   if (!FitsPassFloats({in.dims[0], grid.dims[0], grid.dims[1], lanes_})) {
     return "the output would hold more than 2^31 - 1 floats";
   }
-  return nullptr;
-}
-
-std::vector<runtime::TensorShape> GridSampleKernelBase::GetOutputShapes(
-    const std::vector<runtime::TensorShape>& inputs) const {
-  if (!configured_ || inputs.size() != 2 || ShapeProblem(inputs[0], inputs[1])) return {};
-  std::vector<unsigned> dims = {inputs[0].dims[0], inputs[1].dims[0], inputs[1].dims[1]};
+  std::vector<unsigned> dims = {in.dims[0], grid.dims[0], grid.dims[1]};
   if (lanes_ > 1) dims.push_back(lanes_);
-  return {runtime::TensorShape(dims, runtime::TensorShape::FLOAT32, lanes_ > 1 ? layout_ : runtime::TensorShape::CHW,
-                               runtime::TensorShape::MainMemory)};
-}
-
-std::int32_t GridSampleKernelBase::IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const {
-  if (!configured_) return RefuseInput(*this, "the kernel is not configured");
-  if (inputs.size() != 2) return RefuseInput(*this, "%zu inputs, 2 expected (the input and the grid)", inputs.size());
-  for (const auto& t : inputs) {
-    if (const char* p = FloatTensorProblem(t)) return RefuseInput(*this, "%s", p);
-  }
-  if (const char* p = ShapeProblem(inputs[0]->shape, inputs[1]->shape)) return RefuseInput(*this, "%s", p);
-  return kValid;
+  *out = runtime::TensorShape(dims, runtime::TensorShape::FLOAT32, lanes_ > 1 ? layout_ : runtime::TensorShape::CHW,
+                              runtime::TensorShape::MainMemory);
+  return nullptr;
 }
 
 bool GridSampleKernelBase::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                                    std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                                    std::shared_ptr<runtime::Context> context) const {
-  if (!context || !context->cpu || IsValidInput(inputs) != kValid) return false;
+  auto out = Prepare(inputs, context);
+  if (!out) return false;
   const auto& d = inputs[0]->shape.dims;
   functional::GridSampleSpec spec = spec_;
   spec.in_h = d[1];
   spec.in_w = d[2];
-  auto out = context->cpu->CreateTensor(GetOutputShapes({inputs[0]->shape, inputs[1]->shape})[0]);
   const std::size_t pixels = std::size_t(inputs[1]->shape.dims[0]) * inputs[1]->shape.dims[1];
   fn_(static_cast<const float*>(inputs[0]->Data()), d[0], lanes_, spec, static_cast<const float*>(inputs[1]->Data()),
       pixels, out->DataAs<float>());

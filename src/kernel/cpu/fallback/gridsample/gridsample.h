@@ -22,12 +22,12 @@
 #include <vector>
 
 #include "tarn/kernel/grid_sample.h"
-#include "tarn/kernel/kernel_base.h"
+#include "kernel/cpu/fallback/resampling_common/resampling_common.h"
 
 namespace tarn {
 namespace kernel {
 
-class GridSampleKernelBase : public KernelBase {
+class GridSampleKernelBase : public ShapedKernelBase {
  public:
   GridSampleKernelBase(runtime::TensorShape::Layout layout, functional::GridSampleFn fn);
   // -1 unless the record is a GridSampleInfo of a known mode and padding mode.
@@ -35,14 +35,12 @@ class GridSampleKernelBase : public KernelBase {
                             std::shared_ptr<runtime::InferenceParam> param) const override;
   bool Config(std::shared_ptr<runtime::LayerInfo> layer, std::shared_ptr<runtime::InferenceParam> param,
               std::shared_ptr<runtime::Context> context) override;
-  std::vector<runtime::TensorShape> GetOutputShapes(const std::vector<runtime::TensorShape>& inputs) const override;
-  std::int32_t IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const override;
   bool Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                std::shared_ptr<runtime::Context> context) const override;
 
  private:
-  const char* ShapeProblem(const runtime::TensorShape& input, const runtime::TensorShape& grid) const;
+  const char* Problem(const std::vector<runtime::TensorShape>& in, runtime::TensorShape* out) const override;
 
   runtime::TensorShape::Layout layout_;
   std::uint32_t lanes_;

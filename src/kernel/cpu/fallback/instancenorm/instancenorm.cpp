@@ -58,31 +58,20 @@ bool InstanceNormKernelBase::Config(std::shared_ptr<runtime::LayerInfo> layer,
   return true;
 }
 
-const char* InstanceNormKernelBase::ShapeProblem(const runtime::TensorShape& s) const {
-  if (const char* p = ShapeSizeProblem(s)) return p;
+const char* InstanceNormKernelBase::Problem(const std::vector<runtime::TensorShape>& in,
+                                            runtime::TensorShape* out) const {
+  const runtime::TensorShape& s = in[0];
+  *out = s;
   if (!IsPlainLayout(s.layout) || s.dims.size() != 3) return "the input is not a CHW tensor [C, H, W]";
   if (affine_params_ && s.dims[0] != channels_) return "the input's channel count differs from num_features";
   return nullptr;
 }
 
-std::vector<runtime::TensorShape> InstanceNormKernelBase::GetOutputShapes(
-    const std::vector<runtime::TensorShape>& inputs) const {
-  if (!configured_ || inputs.size() != 1 || ShapeProblem(inputs[0])) return {};
-  return {inputs[0]};
-}
-
-std::int32_t InstanceNormKernelBase::IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const {
-  if (!configured_) return RefuseInput(*this, "the kernel is not configured");
-  if (inputs.size() != 1) return RefuseInput(*this, "%zu inputs, 1 expected", inputs.size());
-  if (const char* p = FloatTensorProblem(inputs[0])) return RefuseInput(*this, "%s", p);
-  if (const char* p = ShapeProblem(inputs[0]->shape)) return RefuseInput(*this, "%s", p);
-  return kValid;
-}
-
 bool InstanceNormKernelBase::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                                      std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                                      std::shared_ptr<runtime::Context> context) const {
-  if (!context || !context->cpu || IsValidInput(inputs) != kValid) return false;
+  auto out = Prepare(inputs, context);
+  if (!out) return false;
   const auto& d = inputs[0]->shape.dims;
   const std::uint32_t c = d[0];
   const std::size_t plane = std::size_t(d[1]) * d[2];
@@ -97,7 +86,6 @@ bool InstanceNormKernelBase::Forward(const std::vector<std::shared_ptr<runtime::
     a[k] = affine_params_ ? invstd * scale_[k] : invstd;
     b[k] = (affine_params_ ? shift_[k] : 0.0f) - mean * a[k];
   }
-  auto out = context->cpu->CreateTensor(inputs[0]->shape);
   affine_(src, c, plane, 1, a.data(), b.data(), out->DataAs<float>());
   outputs.assign(1, out);
   return true;

@@ -26,13 +26,13 @@
 #include <memory>
 #include <vector>
 
-#include "tarn/kernel/kernel_base.h"
+#include "kernel/cpu/fallback/resampling_common/resampling_common.h"
 #include "tarn/kernel/normalization.h"
 
 namespace tarn {
 namespace kernel {
 
-class InstanceNormKernelBase : public KernelBase {
+class InstanceNormKernelBase : public ShapedKernelBase {
  public:
   InstanceNormKernelBase(functional::MeanVarFn stats, functional::ChannelAffineFn affine)
       : stats_(stats), affine_(affine) {}
@@ -43,14 +43,12 @@ class InstanceNormKernelBase : public KernelBase {
   // if_affine, blobs that do not hold num_features floats.
   bool Config(std::shared_ptr<runtime::LayerInfo> layer, std::shared_ptr<runtime::InferenceParam> param,
               std::shared_ptr<runtime::Context> context) override;
-  std::vector<runtime::TensorShape> GetOutputShapes(const std::vector<runtime::TensorShape>& inputs) const override;
-  std::int32_t IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const override;
   bool Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                std::shared_ptr<runtime::Context> context) const override;
 
  private:
-  const char* ShapeProblem(const runtime::TensorShape& shape) const;
+  const char* Problem(const std::vector<runtime::TensorShape>& in, runtime::TensorShape* out) const override;
 
   functional::MeanVarFn stats_;
   functional::ChannelAffineFn affine_;

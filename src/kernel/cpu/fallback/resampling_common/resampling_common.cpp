@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "tarn/runtime/context.h"
 #include "tarn/runtime/layer_info.h"
 #include "tarn/utility/log.h"
 
@@ -104,6 +105,40 @@ runtime::TensorShape ShapeWithDims(const runtime::TensorShape& in, std::vector<u
   runtime::TensorShape out = in;
   out.dims = std::move(dims);
   return out;
+}
+
+std::vector<runtime::TensorShape> ShapedKernelBase::GetOutputShapes(
+    const std::vector<runtime::TensorShape>& inputs) const {
+  if (!configured_ || inputs.size() != inputs_) return {};
+  for (const auto& s : inputs) {
+    if (ShapeSizeProblem(s)) return {};
+  }
+  runtime::TensorShape out;
+  if (Problem(inputs, &out)) return {};
+  return {out};
+}
+
+std::int32_t ShapedKernelBase::IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const {
+  if (!configured_) return RefuseInput(*this, "the kernel is not configured");
+  if (inputs.size() != inputs_) return RefuseInput(*this, "%zu inputs, %zu expected", inputs.size(), inputs_);
+  std::vector<runtime::TensorShape> shapes;
+  for (const auto& t : inputs) {
+    if (const char* p = FloatTensorProblem(t)) return RefuseInput(*this, "%s", p);
+    shapes.push_back(t->shape);
+  }
+  runtime::TensorShape out;
+  if (const char* p = Problem(shapes, &out)) return RefuseInput(*this, "%s", p);
+  return kValid;
+}
+
+std::shared_ptr<runtime::TensorCPU> ShapedKernelBase::Prepare(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+                                                              const std::shared_ptr<runtime::Context>& context) const {
+  if (!context || !context->cpu || IsValidInput(inputs) != kValid) return nullptr;
+  std::vector<runtime::TensorShape> shapes;
+  for (const auto& t : inputs) shapes.push_back(t->shape);
+  runtime::TensorShape out;
+  Problem(shapes, &out);
+  return context->cpu->CreateTensor(out);
 }
 
 }  // namespace kernel

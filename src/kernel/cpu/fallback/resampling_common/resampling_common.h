@@ -64,5 +64,28 @@ std::uint64_t DimsProduct(const std::vector<unsigned>& dims, std::size_t begin, 
 // A copy of `in` with other dims.
 runtime::TensorShape ShapeWithDims(const runtime::TensorShape& in, std::vector<unsigned> dims);
 
+// A kernel of a fixed number of float inputs whose checks and output shape
+// come from one function, Problem; GetOutputShapes and IsValidInput follow
+// from it, and Forward starts with Prepare.
+class ShapedKernelBase : public KernelBase {
+ public:
+  std::vector<runtime::TensorShape> GetOutputShapes(const std::vector<runtime::TensorShape>& inputs) const override;
+  // Refuses, with a log line saying why, anything Problem refuses.
+  std::int32_t IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const override;
+
+ protected:
+  explicit ShapedKernelBase(std::size_t inputs = 1) : inputs_(inputs) {}
+  // Why input shapes (already checked by ShapeSizeProblem) do not fit the
+  // configured kernel, or null with `out` the output shape.
+  virtual const char* Problem(const std::vector<runtime::TensorShape>& in, runtime::TensorShape* out) const = 0;
+  // The output of a pass over `inputs` (created through the context's device,
+  // uninitialised); null when the inputs or the context do not fit.
+  std::shared_ptr<runtime::TensorCPU> Prepare(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+                                              const std::shared_ptr<runtime::Context>& context) const;
+
+ private:
+  std::size_t inputs_;
+};
+
 }  // namespace kernel
 }  // namespace tarn

@@ -1,6 +1,7 @@
 #include "kernel/cpu/fallback/softmax/softmax.h"
 
 #include <cmath>
+#include <cstdio>
 #include <limits>
 
 #include "kernel/cpu/avx/softmax/softmax.h"
@@ -48,35 +49,24 @@ bool SoftmaxKernelBase::Config(std::shared_ptr<runtime::LayerInfo> layer, std::s
   return true;
 }
 
-const char* SoftmaxKernelBase::ShapeProblem(const runtime::TensorShape& s) const {
-  if (const char* p = ShapeSizeProblem(s)) return p;
+const char* SoftmaxKernelBase::Problem(const std::vector<runtime::TensorShape>& in, runtime::TensorShape* out) const {
+  const runtime::TensorShape& s = in[0];
+  *out = s;
   if (LayoutLanes(s.layout) > 1) return "the input is blocked; softmax reads plain tensors";
-  if (dim_ >= s.dims.size()) return "\"dim\" is not below the input's rank";
-  return nullptr;
-}
-
-std::vector<runtime::TensorShape> SoftmaxKernelBase::GetOutputShapes(
-    const std::vector<runtime::TensorShape>& inputs) const {
-  if (!configured_ || inputs.size() != 1 || ShapeProblem(inputs[0])) return {};
-  return {inputs[0]};
-}
-
-std::int32_t SoftmaxKernelBase::IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const {
-  if (!configured_) return RefuseInput(*this, "the kernel is not configured");
-  if (inputs.size() != 1) return RefuseInput(*this, "%zu inputs, 1 expected", inputs.size());
-  if (const char* p = FloatTensorProblem(inputs[0])) return RefuseInput(*this, "%s", p);
-  if (const char* p = ShapeProblem(inputs[0]->shape)) {
-    return RefuseInput(*this, "%s (dim %u, rank %zu)", p, dim_, inputs[0]->shape.dims.size());
+  if (dim_ >= s.dims.size()) {
+    static thread_local char why[96];
+    std::snprintf(why, sizeof(why), "\"dim\" is not below the input's rank (dim %u, rank %zu)", dim_, s.dims.size());
+    return why;
   }
-  return kValid;
+  return nullptr;
 }
 
 bool SoftmaxKernelBase::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                                 std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                                 std::shared_ptr<runtime::Context> context) const {
-  if (!context || !context->cpu || IsValidInput(inputs) != kValid) return false;
+  auto out = Prepare(inputs, context);
+  if (!out) return false;
   const auto& d = inputs[0]->shape.dims;
-  auto out = context->cpu->CreateTensor(inputs[0]->shape);
   fn_(static_cast<const float*>(inputs[0]->Data()), DimsProduct(d, 0, dim_), d[dim_], DimsProduct(d, dim_ + 1, d.size()),
       out->DataAs<float>());
   outputs.assign(1, out);

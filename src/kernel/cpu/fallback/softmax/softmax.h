@@ -14,13 +14,13 @@
 #include <memory>
 #include <vector>
 
-#include "tarn/kernel/kernel_base.h"
+#include "kernel/cpu/fallback/resampling_common/resampling_common.h"
 #include "tarn/kernel/softmax.h"
 
 namespace tarn {
 namespace kernel {
 
-class SoftmaxKernelBase : public KernelBase {
+class SoftmaxKernelBase : public ShapedKernelBase {
  public:
   explicit SoftmaxKernelBase(functional::SoftmaxFn fn) : fn_(fn) {}
   // -1 unless the record is a SoftmaxInfo.
@@ -28,9 +28,6 @@ class SoftmaxKernelBase : public KernelBase {
                             std::shared_ptr<runtime::InferenceParam> param) const override;
   bool Config(std::shared_ptr<runtime::LayerInfo> layer, std::shared_ptr<runtime::InferenceParam> param,
               std::shared_ptr<runtime::Context> context) override;
-  std::vector<runtime::TensorShape> GetOutputShapes(const std::vector<runtime::TensorShape>& inputs) const override;
-  // Refuses (logged) a dim out of the input's range and blocked inputs.
-  std::int32_t IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const override;
   bool Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                std::shared_ptr<runtime::Context> context) const override;
@@ -38,7 +35,8 @@ class SoftmaxKernelBase : public KernelBase {
   std::uint16_t dim() const { return dim_; }
 
  private:
-  const char* ShapeProblem(const runtime::TensorShape& shape) const;
+  // Refuses a dim out of the input's range and blocked inputs.
+  const char* Problem(const std::vector<runtime::TensorShape>& in, runtime::TensorShape* out) const override;
 
   functional::SoftmaxFn fn_;
   std::uint16_t dim_ = 0;

@@ -156,8 +156,9 @@ bool Upsampling2DKernelBase::Config(std::shared_ptr<runtime::LayerInfo> layer,
   return true;
 }
 
-const char* Upsampling2DKernelBase::Problem(const runtime::TensorShape& in, runtime::TensorShape* out) const {
-  if (const char* p = ShapeSizeProblem(in)) return p;
+const char* Upsampling2DKernelBase::Problem(const std::vector<runtime::TensorShape>& inputs,
+                                            runtime::TensorShape* out) const {
+  const runtime::TensorShape& in = inputs[0];
   if (lanes_ > 1) {
     if (const char* p = BlockedShapeProblem(in, layout_)) return p;
   } else if (!IsPlainLayout(in.layout) || in.dims.size() != 3) {
@@ -174,34 +175,14 @@ const char* Upsampling2DKernelBase::Problem(const runtime::TensorShape& in, runt
   return nullptr;
 }
 
-std::vector<runtime::TensorShape> Upsampling2DKernelBase::GetOutputShapes(
-    const std::vector<runtime::TensorShape>& inputs) const {
-  runtime::TensorShape out;
-  if (!configured_ || inputs.size() != 1 || Problem(inputs[0], &out)) return {};
-  return {out};
-}
-
-std::int32_t Upsampling2DKernelBase::IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const {
-  if (!configured_) return RefuseInput(*this, "the kernel is not configured");
-  if (inputs.size() != 1) return RefuseInput(*this, "%zu inputs, 1 expected", inputs.size());
-  if (const char* p = FloatTensorProblem(inputs[0])) return RefuseInput(*this, "%s", p);
-  runtime::TensorShape out;
-  if (const char* p = Problem(inputs[0]->shape, &out)) return RefuseInput(*this, "%s", p);
-  return kValid;
-}
-
 bool Upsampling2DKernelBase::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                                      std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                                      std::shared_ptr<runtime::Context> context) const {
-  if (!context || !context->cpu || IsValidInput(inputs) != kValid) return false;
+  auto out = Prepare(inputs, context);
+  if (!out) return false;
   const auto& d = inputs[0]->shape.dims;
   functional::Upsample2DPlan plan;
-  runtime::TensorShape shape;
-  if (Problem(inputs[0]->shape, &shape) ||
-      !functional::MakeUpsample2DPlan(d[1], d[2], scale_y_, scale_x_, bilinear_, align_corners_, &plan)) {
-    return false;
-  }
-  auto out = context->cpu->CreateTensor(shape);
+  if (!functional::MakeUpsample2DPlan(d[1], d[2], scale_y_, scale_x_, bilinear_, align_corners_, &plan)) return false;
   fn_(static_cast<const float*>(inputs[0]->Data()), d[0], lanes_, plan, out->DataAs<float>());
   outputs.assign(1, out);
   return true;

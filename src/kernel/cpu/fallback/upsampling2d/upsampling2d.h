@@ -24,13 +24,13 @@
 #include <memory>
 #include <vector>
 
-#include "tarn/kernel/kernel_base.h"
+#include "kernel/cpu/fallback/resampling_common/resampling_common.h"
 #include "tarn/kernel/upsampling.h"
 
 namespace tarn {
 namespace kernel {
 
-class Upsampling2DKernelBase : public KernelBase {
+class Upsampling2DKernelBase : public ShapedKernelBase {
  public:
   Upsampling2DKernelBase(runtime::TensorShape::Layout layout, functional::Upsample2DFn fn);
   // -1 unless the record is an Upsample2dInfo with finite scales > 0 and a known mode.
@@ -38,17 +38,14 @@ class Upsampling2DKernelBase : public KernelBase {
                             std::shared_ptr<runtime::InferenceParam> param) const override;
   bool Config(std::shared_ptr<runtime::LayerInfo> layer, std::shared_ptr<runtime::InferenceParam> param,
               std::shared_ptr<runtime::Context> context) override;
-  std::vector<runtime::TensorShape> GetOutputShapes(const std::vector<runtime::TensorShape>& inputs) const override;
-  // Refuses (logged) inputs of another layout and inputs whose output would
-  // be empty or hold more than 2^31 - 1 floats.
-  std::int32_t IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const override;
   bool Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                std::shared_ptr<runtime::Context> context) const override;
 
  private:
-  // Why the input does not fit, or null; with `out` the output shape.
-  const char* Problem(const runtime::TensorShape& in, runtime::TensorShape* out) const;
+  // Refuses inputs of another layout and inputs whose output would be empty
+  // or hold more than 2^31 - 1 floats.
+  const char* Problem(const std::vector<runtime::TensorShape>& in, runtime::TensorShape* out) const override;
 
   runtime::TensorShape::Layout layout_;
   std::uint32_t lanes_;
