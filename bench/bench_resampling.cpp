@@ -181,11 +181,11 @@ void RegisterAll() {
       grid[2 * (y * kW + x0) + 1] = -1.0f + 2.0f * y / (kH - 1) + jitter(rng);
     }
   for (const auto& [mode, bilinear] : std::vector<std::pair<std::string, bool>>{{"bilinear", true}, {"nearest", false}}) {
-    fn::GridSampleSpec spec;
-    spec.bilinear = bilinear;
-    spec.padding = fn::GridPadding::kZeros;
-    spec.in_h = kH;
-    spec.in_w = kW;
+    fn::GridSampleSetup setup;
+    setup.bilinear = bilinear;
+    setup.padding = fn::GridPadding::kZeros;
+    setup.in_h = kH;
+    setup.in_w = kW;
     for (const auto& [suffix, variant, lanes, f] : std::vector<std::tuple<std::string, std::string, unsigned, fn::GridSampleFn>>{
              {"chw", "scalar", 1, fn::grid_sample_f32},
              {"c8hw8", "scalar", 8, fn::grid_sample_f32},
@@ -193,7 +193,7 @@ void RegisterAll() {
       float* out = Buffer(kN);
       // Traffic: the grid and the output (the input is read once per tap, mostly from cache).
       Add("gridsample_" + mode + "_" + suffix, variant, double(kBytes) + 2.0 * kPlane * sizeof(float) + kBytes,
-          [x, out, spec, planes = kC / lanes, lanes = lanes, f = f] { f(x, planes, lanes, spec, grid.data(), kPlane, out); });
+          [x, out, setup, planes = kC / lanes, lanes = lanes, f = f] { f(x, planes, lanes, setup, grid.data(), kPlane, out); });
     }
   }
 }

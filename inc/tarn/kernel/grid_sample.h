@@ -11,7 +11,7 @@ namespace functional {
 
 enum class GridPadding : std::uint16_t { kZeros = 0, kBorder = 1, kReflection = 2 };
 
-struct GridSampleSpec {
+struct GridSampleSetup {
   bool bilinear = true;
   GridPadding padding = GridPadding::kZeros;
   bool align_corners = false;
@@ -41,21 +41,21 @@ struct GridTaps {
 // kernel computes them, with one deliberate difference: under zeros padding a
 // position that is NaN or infinite reads nothing (every tap outside, weight
 // 0), so the output is 0 where PyTorch gives NaN.
-void GridSampleTaps(const GridSampleSpec& spec, const float* grid, std::uint32_t count, GridTaps* taps);
+void GridSampleTaps(const GridSampleSetup& setup, const float* grid, std::uint32_t count, GridTaps* taps);
 
-// Samples `planes` planes of spec.in_h x spec.in_w pixels of `lanes` floats
+// Samples `planes` planes of setup.in_h x setup.in_w pixels of `lanes` floats
 // (lanes 1: CHW; 8: C8HW8 blocks) at `pixels` output pixels whose grid pairs
 // are in `grid`; dst holds `planes` planes of `pixels` pixels. Bilinear per
 // float: ((v0 w0 + v1 w1) + v2 w2) + v3 w3, each product and sum rounded on
 // its own (v = 0 for a tap outside the plane); nearest copies v0 (0 outside).
 using GridSampleFn = void (*)(const float* src, std::uint32_t planes, std::uint32_t lanes,
-                              const GridSampleSpec& spec, const float* grid, std::size_t pixels, float* dst);
+                              const GridSampleSetup& setup, const float* grid, std::size_t pixels, float* dst);
 // Portable, any lanes.
-void grid_sample_f32(const float* src, std::uint32_t planes, std::uint32_t lanes, const GridSampleSpec& spec,
+void grid_sample_f32(const float* src, std::uint32_t planes, std::uint32_t lanes, const GridSampleSetup& setup,
                      const float* grid, std::size_t pixels, float* dst);
 // AVX2 on C8HW8 (lanes 8): one 8-channel register per tap, bit for bit the
 // portable result.
-void grid_sample_c8hw8_avx_f32(const float* src, std::uint32_t planes, std::uint32_t lanes, const GridSampleSpec& spec,
+void grid_sample_c8hw8_avx_f32(const float* src, std::uint32_t planes, std::uint32_t lanes, const GridSampleSetup& setup,
                                const float* grid, std::size_t pixels, float* dst);
 
 }  // namespace functional

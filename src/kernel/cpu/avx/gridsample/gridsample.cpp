@@ -21,18 +21,18 @@ inline __m256 Tap(const float* plane, std::int32_t offset) {
 
 }  // namespace
 
-void grid_sample_c8hw8_avx_f32(const float* src, std::uint32_t planes, std::uint32_t lanes, const GridSampleSpec& spec,
+void grid_sample_c8hw8_avx_f32(const float* src, std::uint32_t planes, std::uint32_t lanes, const GridSampleSetup& setup,
                                const float* grid, std::size_t pixels, float* dst) {
   TARN_NATIVE_ASSERT(lanes == 8);
-  const std::size_t plane = std::size_t(spec.in_h) * spec.in_w * 8;
+  const std::size_t plane = std::size_t(setup.in_h) * setup.in_w * 8;
   GridTaps taps;
   for (std::size_t start = 0; start < pixels; start += kGridStrip) {
     const std::uint32_t count = static_cast<std::uint32_t>(std::min<std::size_t>(kGridStrip, pixels - start));
-    GridSampleTaps(spec, grid + 2 * start, count, &taps);
+    GridSampleTaps(setup, grid + 2 * start, count, &taps);
     for (std::uint32_t b = 0; b < planes; ++b) {
       const float* p = src + b * plane;
       float* out = dst + (b * pixels + start) * 8;
-      if (!spec.bilinear) {
+      if (!setup.bilinear) {
         for (std::uint32_t i = 0; i < count; ++i, out += 8) _mm256_storeu_ps(out, Tap(p, taps.offset[0][i]));
         continue;
       }

@@ -20,8 +20,7 @@ namespace {
 class Axis {
  public:
   Axis(std::uint32_t size, bool align_corners, GridPadding padding)
-      : size_(static_cast<float>(size)),
-        max_(static_cast<float>(size) - 1.0f),
+      : max_(static_cast<float>(size) - 1.0f),
         align_(align_corners),
         padding_(padding),
         scale_(align_corners ? (static_cast<float>(size) - 1.0f) / 2.0f : static_cast<float>(size) / 2.0f),
@@ -49,7 +48,7 @@ class Axis {
     return (extra < other ? extra : other) + low;
   }
 
-  float size_, max_;
+  float max_;
   bool align_;
   GridPadding padding_;
   float scale_, twice_span_;
@@ -58,14 +57,14 @@ class Axis {
 
 }  // namespace
 
-void GridSampleTaps(const GridSampleSpec& spec, const float* grid, std::uint32_t count, GridTaps* taps) {
-  const Axis ax(spec.in_w, spec.align_corners, spec.padding), ay(spec.in_h, spec.align_corners, spec.padding);
-  const bool in_bound = spec.padding != GridPadding::kZeros;
-  const float w = static_cast<float>(spec.in_w), h = static_cast<float>(spec.in_h);
-  const std::int64_t stride = spec.in_w;
+void GridSampleTaps(const GridSampleSetup& setup, const float* grid, std::uint32_t count, GridTaps* taps) {
+  const Axis ax(setup.in_w, setup.align_corners, setup.padding), ay(setup.in_h, setup.align_corners, setup.padding);
+  const bool in_bound = setup.padding != GridPadding::kZeros;
+  const float w = static_cast<float>(setup.in_w), h = static_cast<float>(setup.in_h);
+  const std::int64_t stride = setup.in_w;
   for (std::uint32_t i = 0; i < count; ++i) {
     const float x = ax.Position(grid[2 * i]), y = ay.Position(grid[2 * i + 1]);
-    if (!spec.bilinear) {
+    if (!setup.bilinear) {
       const float xn = std::nearbyint(x), yn = std::nearbyint(y);
       const bool inside = in_bound || (xn > -1.0f && xn < w && yn > -1.0f && yn < h);
       taps->offset[0][i] = inside ? static_cast<std::int32_t>(static_cast<std::int64_t>(yn) * stride +
@@ -100,20 +99,20 @@ void GridSampleTaps(const GridSampleSpec& spec, const float* grid, std::uint32_t
   }
 }
 
-void grid_sample_f32(const float* src, std::uint32_t planes, std::uint32_t lanes, const GridSampleSpec& spec,
+void grid_sample_f32(const float* src, std::uint32_t planes, std::uint32_t lanes, const GridSampleSetup& setup,
                      const float* grid, std::size_t pixels, float* dst) {
-  const std::size_t plane = std::size_t(spec.in_h) * spec.in_w * lanes;
+  const std::size_t plane = std::size_t(setup.in_h) * setup.in_w * lanes;
   GridTaps taps;
   for (std::size_t start = 0; start < pixels; start += kGridStrip) {
     const std::uint32_t count = static_cast<std::uint32_t>(std::min<std::size_t>(kGridStrip, pixels - start));
-    GridSampleTaps(spec, grid + 2 * start, count, &taps);
+    GridSampleTaps(setup, grid + 2 * start, count, &taps);
     for (std::uint32_t c = 0; c < planes; ++c) {
       const float* p = src + c * plane;
       float* out = dst + (c * pixels + start) * lanes;
       for (std::uint32_t i = 0; i < count; ++i) {
         for (std::uint32_t j = 0; j < lanes; ++j, ++out) {
           auto v = [&](int k) { return taps.offset[k][i] >= 0 ? p[std::size_t(taps.offset[k][i]) * lanes + j] : 0.0f; };
-          if (!spec.bilinear) {
+          if (!setup.bilinear) {
             *out = v(0);
             continue;
           }
@@ -149,9 +148,9 @@ bool GridSampleKernelBase::Config(std::shared_ptr<runtime::LayerInfo> layer, std
   configured_ = false;
   if (const char* p = RecordProblem(layer)) return RefuseRecord(*this, "%s", p);
   const auto& r = static_cast<const runtime::GridSampleInfo&>(*layer);
-  spec_.bilinear = r.mode == 0;
-  spec_.padding = static_cast<functional::GridPadding>(r.padding_mode);
-  spec_.align_corners = r.align_corners;
+  setup_.bilinear = r.mode == 0;
+  setup_.padding = static_cast<functional::GridPadding>(r.padding_mode);
+  setup_.align_corners = r.align_corners;
   configured_ = true;
   return true;
 }
@@ -187,11 +186,11 @@ bool GridSampleKernelBase::Forward(const std::vector<std::shared_ptr<runtime::Te
   auto out = Prepare(inputs, context);
   if (!out) return false;
   const auto& d = inputs[0]->shape.dims;
-  functional::GridSampleSpec spec = spec_;
-  spec.in_h = d[1];
-  spec.in_w = d[2];
+  functional::GridSampleSetup setup = setup_;
+  setup.in_h = d[1];
+  setup.in_w = d[2];
   const std::size_t pixels = std::size_t(inputs[1]->shape.dims[0]) * inputs[1]->shape.dims[1];
-  fn_(static_cast<const float*>(inputs[0]->Data()), d[0], lanes_, spec, static_cast<const float*>(inputs[1]->Data()),
+  fn_(static_cast<const float*>(inputs[0]->Data()), d[0], lanes_, setup, static_cast<const float*>(inputs[1]->Data()),
       pixels, out->DataAs<float>());
   outputs.assign(1, out);
   return true;

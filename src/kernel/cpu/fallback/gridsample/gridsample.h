@@ -45,7 +45,7 @@ class GridSampleKernelBase : public ShapedKernelBase {
   runtime::TensorShape::Layout layout_;
   std::uint32_t lanes_;
   functional::GridSampleFn fn_;
-  functional::GridSampleSpec spec_;
+  functional::GridSampleSetup setup_;
 };
 
 // Destructors defined in baseline code (see TRN_BATCHNORM_KERNEL).

@@ -23,11 +23,11 @@ TEST(AvxGridSample, FormEqualsPortable) {
       for (auto padding : {kernel::functional::GridPadding::kZeros, kernel::functional::GridPadding::kBorder,
                            kernel::functional::GridPadding::kReflection}) {
         for (bool align : {false, true}) {
-          kernel::functional::GridSampleSpec spec;
-          spec.bilinear = bilinear, spec.padding = padding, spec.align_corners = align, spec.in_h = h, spec.in_w = w;
+          kernel::functional::GridSampleSetup setup;
+          setup.bilinear = bilinear, setup.padding = padding, setup.align_corners = align, setup.in_h = h, setup.in_w = w;
           std::vector<float> want(blocks * pixels * 8), got(blocks * pixels * 8, -7.0f);
-          kernel::functional::grid_sample_f32(x.data(), blocks, 8, spec, grid.data(), pixels, want.data());
-          kernel::functional::grid_sample_c8hw8_avx_f32(x.data(), blocks, 8, spec, grid.data(), pixels, got.data());
+          kernel::functional::grid_sample_f32(x.data(), blocks, 8, setup, grid.data(), pixels, want.data());
+          kernel::functional::grid_sample_c8hw8_avx_f32(x.data(), blocks, 8, setup, grid.data(), pixels, got.data());
           EXPECT_TRUE(SameBits(got, want, true))
               << pixels << " pixels, bilinear " << bilinear << " padding " << int(padding) << " align " << align;
         }
