@@ -32,6 +32,12 @@
 
 // Normalisation, resampling, softmax, clip and grid sampling.
 // (resampling includes)
+#include "kernel/cpu/avx/batchnorm/batchnorm.h"
+#include "kernel/cpu/avx/clip/clip.h"
+#include "kernel/cpu/avx/gridsample/gridsample.h"
+#include "kernel/cpu/avx/instancenorm/instancenorm.h"
+#include "kernel/cpu/avx/softmax/softmax.h"
+#include "kernel/cpu/avx/upsampling2d/upsampling2d.h"
 
 // Quantisation converters.
 // (quantisation includes)
@@ -98,6 +104,14 @@ void RegisterAVX(runtime::KernelRegistry& registry) {
 
   // Normalisation, resampling, softmax, clip and grid sampling.
   // (resampling registrations)
+  TRN_REGISTER_KERNEL(registry, BatchNorm2D_AVX_CHW_Float_M1);
+  TRN_REGISTER_KERNEL(registry, BatchNorm2D_AVX_C8HW8_Float_M1);
+  TRN_REGISTER_KERNEL(registry, InstanceNorm2D_AVX_CHW_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Upsampling2D_AVX_CHW_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Upsampling2D_AVX_C8HW8_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Softmax_AVX_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Clip_AVX_Float_M1);
+  TRN_REGISTER_KERNEL(registry, GridSample_AVX_C8HW8_Float_M1);
 
   // Quantisation converters.
   // (quantisation registrations)

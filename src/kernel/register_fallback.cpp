@@ -34,6 +34,14 @@
 
 // Normalisation, resampling, softmax, clip and grid sampling.
 // (resampling includes)
+#include "kernel/cpu/fallback/adaptive_max_pooling/adaptive_max_pooling.h"
+#include "kernel/cpu/fallback/batchnorm/batchnorm.h"
+#include "kernel/cpu/fallback/clip/clip.h"
+#include "kernel/cpu/fallback/gridsample/gridsample.h"
+#include "kernel/cpu/fallback/instancenorm/instancenorm.h"
+#include "kernel/cpu/fallback/softmax/softmax.h"
+#include "kernel/cpu/fallback/sqfc_conv2d/sqfc_conv2d.h"
+#include "kernel/cpu/fallback/upsampling2d/upsampling2d.h"
 
 // Quantisation converters.
 // (quantisation includes)
@@ -95,6 +103,16 @@ void RegisterFallback(runtime::KernelRegistry& registry) {
 
   // Normalisation, resampling, softmax, clip and grid sampling.
   // (resampling registrations)
+  TRN_REGISTER_KERNEL(registry, BatchNorm2D_Fallback_CHW_Float_M1);
+  TRN_REGISTER_KERNEL(registry, BatchNorm1D_Fallback_CL_Float_M1);
+  TRN_REGISTER_KERNEL(registry, InstanceNorm2D_Fallback_CHW_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Upsampling2D_Fallback_CHW_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Softmax_Fallback_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Clip_Fallback_Float_M1);
+  TRN_REGISTER_KERNEL(registry, GridSample_Fallback_CHW_Float_M1);
+  TRN_REGISTER_KERNEL(registry, AdaptivePooling2D_Max_Fallback_CHW_Float_M1);
+  TRN_REGISTER_KERNEL(registry, SQFCConv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1);
+  TRN_REGISTER_KERNEL(registry, SQFCConv2DFoldedBN_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1);
 
   // Quantisation converters.
   // (quantisation registrations)

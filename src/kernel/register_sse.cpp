@@ -31,6 +31,11 @@
 
 // Normalisation, resampling, softmax, clip and grid sampling.
 // (resampling includes)
+#include "kernel/cpu/sse/batchnorm/batchnorm.h"
+#include "kernel/cpu/sse/clip/clip.h"
+#include "kernel/cpu/sse/instancenorm/instancenorm.h"
+#include "kernel/cpu/sse/softmax/softmax.h"
+#include "kernel/cpu/sse/upsampling2d/upsampling2d.h"
 
 // Quantisation converters.
 // (quantisation includes)
@@ -108,6 +113,13 @@ void RegisterSSE(runtime::KernelRegistry& registry) {
 
   // Normalisation, resampling, softmax, clip and grid sampling.
   // (resampling registrations)
+  TRN_REGISTER_KERNEL(registry, BatchNorm2D_SSE_CHW_Float_M1);
+  TRN_REGISTER_KERNEL(registry, BatchNorm2D_SSE_C4HW4_Float_M1);
+  TRN_REGISTER_KERNEL(registry, InstanceNorm2D_SSE_CHW_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Upsampling2D_SSE_CHW_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Upsampling2D_SSE_C4HW4_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Softmax_SSE_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Clip_SSE_Float_M1);
 
   // Quantisation converters.
   // (quantisation registrations)

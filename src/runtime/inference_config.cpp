@@ -489,6 +489,38 @@ std::string CpuKernelName(const LayerInfo& layer, const std::string& family) {
       const char* isa = sgemm ? "_SGEMM" : (sse || avx ? "_SSE" : "_Fallback");
       return std::string(op) + (cell ? "Cell" : "") + isa + (cell ? "_C_F32_M1" : "_SC_F32_M1");
     }
+    // Normalisation, resampling, softmax, clip and grid sampling: the CHW
+    // members of the family (SGEMM has none and takes the portable ones).
+    case LAYER_BATCHNORM2D:
+      if (avx) return "BatchNorm2D_AVX_CHW_Float_M1";
+      if (sse) return "BatchNorm2D_SSE_CHW_Float_M1";
+      return "BatchNorm2D_Fallback_CHW_Float_M1";
+    case LAYER_BATCHNORM1D:
+      return "BatchNorm1D_Fallback_CL_Float_M1";
+    case LAYER_INSTANCENORM2D:
+      if (avx) return "InstanceNorm2D_AVX_CHW_Float_M1";
+      if (sse) return "InstanceNorm2D_SSE_CHW_Float_M1";
+      return "InstanceNorm2D_Fallback_CHW_Float_M1";
+    case LAYER_UPSAMPLE2D:
+      if (avx) return "Upsampling2D_AVX_CHW_Float_M1";
+      if (sse) return "Upsampling2D_SSE_CHW_Float_M1";
+      return "Upsampling2D_Fallback_CHW_Float_M1";
+    case LAYER_SOFTMAX:
+      if (avx) return "Softmax_AVX_Float_M1";
+      if (sse) return "Softmax_SSE_Float_M1";
+      return "Softmax_Fallback_Float_M1";
+    case LAYER_CLIP:
+      if (avx) return "Clip_AVX_Float_M1";
+      if (sse) return "Clip_SSE_Float_M1";
+      return "Clip_Fallback_Float_M1";
+    case LAYER_GRIDSAMPLE:  // the vector member reads C8HW8
+      return "GridSample_Fallback_CHW_Float_M1";
+    case LAYER_ADAPTIVE_MAXPOOL2D:
+      return "AdaptivePooling2D_Max_Fallback_CHW_Float_M1";
+    case LAYER_SQFC_CONV2D:
+      return "SQFCConv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1";
+    case LAYER_SQFC_CONV2D_FOLDED_BN:
+      return "SQFCConv2DFoldedBN_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1";
     default:
       return "";
   }

@@ -91,6 +91,7 @@ std::shared_ptr<TRModelInfo> SmallModel() {
   add(sum, "mul", {"act", "conv"});
   add(std::make_shared<FullConnectionInfo>(), "fc", {"mul"});
   add(std::make_shared<SoftmaxInfo>(), "softmax", {"fc"});
+  add(std::make_shared<LayerPlaceholderInfo>(), "placeholder", {"softmax"});
   model->squential_output_ids = {"softmax"};
   return model;
 }
@@ -108,11 +109,13 @@ TEST(CreateCfg, NamesAKernelPerLayerForEachFamily) {
   EXPECT_EQ(KernelOf(*fallback, "act"), "HSigmoid_Fallback_Float_M1");
   EXPECT_EQ(KernelOf(*fallback, "mul"), "Elementwise_Fallback_Float_M1");
   EXPECT_EQ(KernelOf(*fallback, "fc"), "FullConnection_Fallback_C_Float_M1");
-  EXPECT_EQ(KernelOf(*fallback, "softmax"), "") << "no kernel of this library computes it";
+  EXPECT_EQ(KernelOf(*fallback, "softmax"), "Softmax_Fallback_Float_M1");
+  EXPECT_EQ(KernelOf(*fallback, "placeholder"), "") << "no kernel of this library computes it";
   auto avx = CreateCfg(*model, "AVX");
   EXPECT_EQ(KernelOf(*avx, "act"), "HSigmoid_SSE_Float_M1") << "no AVX HSigmoid: the SSE one runs on AVX machines";
   EXPECT_EQ(KernelOf(*avx, "mul"), "Elementwise_Mul_AVX_Float_M1");
   EXPECT_EQ(KernelOf(*avx, "fc"), "FullConnection_AVX_C_Float_M1");
+  EXPECT_EQ(KernelOf(*avx, "softmax"), "Softmax_AVX_Float_M1");
   auto sgemm = CreateCfg(*model, "SGEMM");
   EXPECT_EQ(KernelOf(*sgemm, "conv"), "Conv2d_K1x1_S1x1_D1x1_G1_SGEMM_CHW_FLOAT_M1");
   EXPECT_EQ(KernelOf(*sgemm, "fc"), "FullConnection_SGEMM_C_Float_M1");
@@ -161,7 +164,7 @@ TEST(InferenceConfig, PackageFormAndBack) {
   EXPECT_EQ(packaged->squential_ids, model->squential_ids);
   EXPECT_EQ(packaged->layers["conv"]->kernel.kernel_ids, (std::vector<std::string>{"0"}));
   EXPECT_EQ(packaged->layers["conv"]->output_converters.kernel_ids, (std::vector<std::string>{"007"}));
-  EXPECT_TRUE(packaged->layers["softmax"]->kernel.kernel_ids.empty());
+  EXPECT_TRUE(packaged->layers["placeholder"]->kernel.kernel_ids.empty());
   auto back = FromTRModelCfg(*packaged);
   EXPECT_EQ(KernelOf(*back, "conv"), KernelOf(*cfg, "conv"));
   EXPECT_EQ(back->Find("conv")->output_converters.at("007")->kernel_type, "X");

@@ -1,0 +1,16 @@
+// AVX channel statistics of instance normalisation.
+#include "kernel/cpu/fallback/batchnorm/normalization_steps.h"
+#include "kernel/cpu/avx/vec_avx.h"
+#include "tarn/kernel/normalization.h"
+
+namespace tarn {
+namespace kernel {
+namespace functional {
+
+void mean_var_avx_f32(const float* x, std::size_t n, float* mean, float* variance) {
+  MeanVar<Avx>(x, n, mean, variance);
+}
+
+}  // namespace functional
+}  // namespace kernel
+}  // namespace tarn

@@ -1,0 +1,25 @@
+// SSE upsampling: on planes, gathered horizontal blends shared by the output
+// rows that need them; on C4HW4, one pixel vector per step.
+#include "kernel/cpu/fallback/upsampling2d/upsampling_steps.h"
+#include "kernel/cpu/sse/vec_sse.h"
+#include "tarn/utility/log.h"
+
+namespace tarn {
+namespace kernel {
+namespace functional {
+
+void upsample2d_sse_f32(const float* src, std::uint32_t planes, std::uint32_t lanes, const Upsample2DPlan& plan,
+                        float* dst) {
+  TARN_NATIVE_ASSERT(lanes == 1);
+  UpsamplePlanes<Sse>(src, planes, plan, dst);
+}
+
+void upsample2d_c4hw4_sse_f32(const float* src, std::uint32_t planes, std::uint32_t lanes,
+                              const Upsample2DPlan& plan, float* dst) {
+  TARN_NATIVE_ASSERT(lanes == 4);
+  UpsampleBlocked<Sse>(src, planes, plan, dst);
+}
+
+}  // namespace functional
+}  // namespace kernel
+}  // namespace tarn
