@@ -1,0 +1,58 @@
+// PixelShuffleInfo: PyTorch `pixel_shuffle` (ONNX DepthToSpace, mode CRD) of
+// a CHW tensor: [C * r * r, H, W] becomes [C, H * r, W * r] with
+// out[c][y * r + i][x * r + j] = in[c * r * r + i * r + j][y][x].
+//
+// "upscale_factor" f32: r, a whole number >= 1; any other value is refused,
+// and so is an input whose channels are not a multiple of r * r.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tarn/kernel/kernel_base.h"
+#include "tarn/kernel/shape.h"
+
+namespace tarn {
+namespace kernel {
+
+// Whole factors of the resampling records: r when `value` is a whole number
+// in [1, 65535], else 0.
+std::uint32_t WholeFactor(float value);
+
+class PixelShuffleKernelBase : public KernelBase {
+ public:
+  // One output row from the r input rows that interleave into it.
+  using InterleaveFn = void (*)(const float* const* rows, std::uint32_t r, std::uint32_t width, float* out);
+  explicit PixelShuffleKernelBase(InterleaveFn fn) : fn_(fn) {}
+  std::int32_t IsValidParam(std::shared_ptr<runtime::LayerInfo> layer,
+                            std::shared_ptr<runtime::InferenceParam> param) const override;
+  bool Config(std::shared_ptr<runtime::LayerInfo> layer, std::shared_ptr<runtime::InferenceParam> param,
+              std::shared_ptr<runtime::Context> context) override;
+  std::vector<runtime::TensorShape> GetOutputShapes(const std::vector<runtime::TensorShape>& inputs) const override;
+  // One float CHW tensor in main memory whose channels r * r divides; a
+  // refusal is logged with its reason.
+  std::int32_t IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const override;
+  bool Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+               std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
+               std::shared_ptr<runtime::Context> context) const override;
+
+ private:
+  bool OutputShape(const runtime::TensorShape& input, runtime::TensorShape* output, std::string* why) const;
+  InterleaveFn fn_;
+  std::uint32_t r_ = 0;
+};
+
+#define TRN_PIXEL_SHUFFLE_KERNEL(cls, fn)        \
+  class cls : public PixelShuffleKernelBase {    \
+   public:                                       \
+    ~cls() override;                             \
+    TRN_KERNEL_NAME(cls)                         \
+    cls() : PixelShuffleKernelBase(fn) {}        \
+  };
+
+TRN_PIXEL_SHUFFLE_KERNEL(PixelShuffle_Fallback_CHW_Float_M1, functional::interleave_rows_f32)
+
+}  // namespace kernel
+}  // namespace tarn
