@@ -1,0 +1,41 @@
+// 2-D padding (AVX): the padded row against the portable one for every
+// amount and tail, and both kernels on the fixture's cases (CHW, and C8HW8
+// with a border value in the real channels only).
+#include <gtest/gtest.h>
+
+#include "kernel/cpu/avx/pad/pad.h"
+#include "kernel/cpu/shape_test_util.h"
+
+namespace tarn {
+namespace testing {
+namespace {
+
+TEST(PadAVX, RowMatchesPortableBitForBit) { ExpectPadRowMatchesPortable(kernel::functional::pad_row_f32_avx, 8); }
+
+class PadAVXReference : public ::testing::TestWithParam<RefCase> {};
+
+TEST_P(PadAVXReference, MatchesPyTorch) {
+  ExpectPad2dCase<kernel::Pad2d_AVX_CHW_Float_M1>(GetParam(), 1);
+  ExpectPad2dCase<kernel::Pad2d_AVX_C8HW8_Float_M1>(GetParam(), 8);
+}
+
+INSTANTIATE_TEST_SUITE_P(Fixtures, PadAVXReference, ::testing::ValuesIn(Pad2dMapCases()),
+                         [](const auto& info) { return info.param.name; });
+
+TEST(PadAVX, EachMemberTakesItsLayoutOnly) {
+  auto ctx = ElementContext();
+  auto rec = std::make_shared<runtime::Pad2dInfo>();
+  rec->padding_l = 1;
+  auto chw = Configured<kernel::Pad2d_AVX_CHW_Float_M1>(rec, ctx);
+  auto blocked = Configured<kernel::Pad2d_AVX_C8HW8_Float_M1>(rec, ctx);
+  auto a = MakeTensor(ctx, {2, 3, 3}, {});
+  auto b = MakeTensor(ctx, {1, 3, 3, 8}, {}, runtime::TensorShape::C8HW8);
+  EXPECT_EQ(chw->IsValidInput({a}), 0);
+  EXPECT_EQ(chw->IsValidInput({b}), kernel::kInvalidTensor);
+  EXPECT_EQ(blocked->IsValidInput({b}), 0);
+  EXPECT_EQ(blocked->IsValidInput({a}), kernel::kInvalidTensor);
+}
+
+}  // namespace
+}  // namespace testing
+}  // namespace tarn

@@ -1,0 +1,41 @@
+// 2-D padding (SSE): the padded row against the portable one for every
+// amount and tail, and both kernels on the fixture's cases (CHW, and C4HW4
+// with a border value in the real channels only).
+#include <gtest/gtest.h>
+
+#include "kernel/cpu/sse/pad/pad.h"
+#include "kernel/cpu/shape_test_util.h"
+
+namespace tarn {
+namespace testing {
+namespace {
+
+TEST(PadSSE, RowMatchesPortableBitForBit) { ExpectPadRowMatchesPortable(kernel::functional::pad_row_f32_sse, 4); }
+
+class PadSSEReference : public ::testing::TestWithParam<RefCase> {};
+
+TEST_P(PadSSEReference, MatchesPyTorch) {
+  ExpectPad2dCase<kernel::Pad2d_SSE_CHW_Float_M1>(GetParam(), 1);
+  ExpectPad2dCase<kernel::Pad2d_SSE_C4HW4_Float_M1>(GetParam(), 4);
+}
+
+INSTANTIATE_TEST_SUITE_P(Fixtures, PadSSEReference, ::testing::ValuesIn(Pad2dMapCases()),
+                         [](const auto& info) { return info.param.name; });
+
+TEST(PadSSE, EachMemberTakesItsLayoutOnly) {
+  auto ctx = ElementContext();
+  auto rec = std::make_shared<runtime::Pad2dInfo>();
+  rec->padding_l = 1;
+  auto chw = Configured<kernel::Pad2d_SSE_CHW_Float_M1>(rec, ctx);
+  auto blocked = Configured<kernel::Pad2d_SSE_C4HW4_Float_M1>(rec, ctx);
+  auto a = MakeTensor(ctx, {2, 3, 3}, {});
+  auto b = MakeTensor(ctx, {1, 3, 3, 4}, {}, runtime::TensorShape::C4HW4);
+  EXPECT_EQ(chw->IsValidInput({a}), 0);
+  EXPECT_EQ(chw->IsValidInput({b}), kernel::kInvalidTensor);
+  EXPECT_EQ(blocked->IsValidInput({b}), 0);
+  EXPECT_EQ(blocked->IsValidInput({a}), kernel::kInvalidTensor);
+}
+
+}  // namespace
+}  // namespace testing
+}  // namespace tarn
