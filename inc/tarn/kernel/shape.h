@@ -44,16 +44,21 @@ void place_channels_c8_f32_avx(const float* in, std::uint32_t channels, std::uin
 
 // ---------------------------------------------------------------- padding
 
-// One padded row: `left` fill floats, `width` floats copied from s, `right`
-// fill floats. The fill repeats `pattern` (`lanes` floats: one pixel vector;
-// lanes 1 repeats pattern[0]); left, width and right are multiples of lanes.
-void pad_row_f32(float* d, const float* s, std::size_t left, std::size_t width, std::size_t right,
-                 const float* pattern, std::uint32_t lanes);
+// One plane (or block plane) of a constant padding, in floats: `out_rows`
+// output rows of left + width + right floats. Output row y copies `width`
+// floats of input row y - top (s + (y - top) * in_row), framed by `left` and
+// `right` fill floats, when 0 <= y - top < in_rows; every other row is fill
+// only. The fill repeats `pattern` (`lanes` floats: one pixel vector; lanes 1
+// repeats pattern[0]); left, width, right and in_row are multiples of lanes.
+struct PadPlane {
+  std::size_t out_rows = 0, in_rows = 0;
+  std::int64_t top = 0;  // negative: input rows cropped at the top
+  std::size_t in_row = 0, left = 0, width = 0, right = 0;
+};
+void pad_plane_f32(float* d, const float* s, const PadPlane& g, const float* pattern, std::uint32_t lanes);
 // SSE takes lanes 1 and 4, AVX lanes 1 and 8.
-void pad_row_f32_sse(float* d, const float* s, std::size_t left, std::size_t width, std::size_t right,
-                     const float* pattern, std::uint32_t lanes);
-void pad_row_f32_avx(float* d, const float* s, std::size_t left, std::size_t width, std::size_t right,
-                     const float* pattern, std::uint32_t lanes);
+void pad_plane_f32_sse(float* d, const float* s, const PadPlane& g, const float* pattern, std::uint32_t lanes);
+void pad_plane_f32_avx(float* d, const float* s, const PadPlane& g, const float* pattern, std::uint32_t lanes);
 
 // ---------------------------------------------------------------- pixel shuffle
 

@@ -201,23 +201,26 @@ inline void ExpectPlacementMatchesPortable(PlaceFn place, std::uint32_t lanes) {
   }
 }
 
-using PadRowFn = void (*)(float*, const float*, size_t, size_t, size_t, const float*, std::uint32_t);
+using PadPlaneFn = void (*)(float*, const float*, const kernel::functional::PadPlane&, const float*, std::uint32_t);
 
-// The vector padded row equals the portable one for every left, width and
+// The vector padded plane equals the portable one for every left, width and
 // right amount up to five vectors and a few more, in single floats and in
-// pixel vectors of `lanes`.
-inline void ExpectPadRowMatchesPortable(PadRowFn row, std::uint32_t lanes) {
+// pixel vectors of `lanes`, with rows added and cropped at the top and bottom.
+inline void ExpectPadPlaneMatchesPortable(PadPlaneFn plane, std::uint32_t lanes) {
   const float pattern[8] = {1.5f, -0.0f, FromBits(0x7f800001u), 3.0f, 0.0f, -7.25f, 0.0f, 0.0f};
   for (std::uint32_t k : {1u, lanes}) {
     for (size_t left = 0; left <= 5 * lanes + 1; left += k) {
       for (size_t width = 0; width <= 5 * lanes + 3; width += k) {
         for (size_t right = 0; right <= 2 * lanes + 1; right += k) {
-          const std::vector<float> s = MovePatterns(width + 1, unsigned(left * 41 + width * 3 + right));
-          std::vector<float> got(left + width + right + 1, 42.0f), want(got);
-          row(got.data(), s.data(), left, width, right, pattern, k);
-          kernel::functional::pad_row_f32(want.data(), s.data(), left, width, right, pattern, k);
+          kernel::functional::PadPlane g;
+          g.in_rows = 3, g.out_rows = 2 + (left + right) % 4, g.top = static_cast<std::int64_t>(width % 3) - 1;
+          g.in_row = width + k, g.left = left, g.width = width, g.right = right;
+          const std::vector<float> s = MovePatterns(g.in_rows * g.in_row, unsigned(left * 41 + width * 3 + right));
+          std::vector<float> got(g.out_rows * (left + width + right) + 1, 42.0f), want(got);
+          plane(got.data(), s.data(), g, pattern, k);
+          kernel::functional::pad_plane_f32(want.data(), s.data(), g, pattern, k);
           ASSERT_TRUE(SameBits(got, want)) << "lanes " << k << " left " << left << " width " << width << " right "
-                                           << right;
+                                           << right << " top " << g.top;
         }
       }
     }

@@ -1,4 +1,4 @@
-// Padded rows of the AVX family: 8-float stores of the fill pattern and
+// Padded planes of the AVX family: 8-float stores of the fill pattern and
 // 32-float copies; moves only, so values arrive bit for bit.
 #include <immintrin.h>
 
@@ -20,9 +20,11 @@ struct AvxFloats {
 
 }  // namespace
 
-void pad_row_f32_avx(float* d, const float* s, std::size_t left, std::size_t width, std::size_t right,
-                     const float* pattern, std::uint32_t lanes) {
-  PadRowVector<AvxFloats>(d, s, left, width, right, pattern, lanes);
+void pad_plane_f32_avx(float* d, const float* s, const PadPlane& g, const float* pattern, std::uint32_t lanes) {
+  PadPlaneWith(d, s, g, [pattern, lanes](float* dr, const float* sr, std::size_t l, std::size_t w, std::size_t r,
+                                              bool spill) {
+    PadRowVector<AvxFloats>(dr, sr, l, w, r, pattern, lanes, spill);
+  });
 }
 
 }  // namespace functional

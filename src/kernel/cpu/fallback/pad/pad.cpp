@@ -17,12 +17,13 @@ using runtime::TensorShape;
 
 namespace functional {
 
-void pad_row_f32(float* d, const float* s, std::size_t left, std::size_t width, std::size_t right,
-                 const float* pattern, std::uint32_t lanes) {
-  for (std::size_t i = 0; i < left; ++i) d[i] = pattern[i % lanes];
-  if (width) std::memcpy(d + left, s, width * sizeof(float));
-  d += left + width;
-  for (std::size_t i = 0; i < right; ++i) d[i] = pattern[i % lanes];
+void pad_plane_f32(float* d, const float* s, const PadPlane& g, const float* pattern, std::uint32_t lanes) {
+  PadPlaneWith(d, s, g, [pattern, lanes](float* dr, const float* sr, std::size_t l, std::size_t w, std::size_t r, bool) {
+    for (std::size_t i = 0; i < l; ++i) dr[i] = pattern[i % lanes];
+    if (w) std::memcpy(dr + l, sr, w * sizeof(float));
+    dr += l + w;
+    for (std::size_t i = 0; i < r; ++i) dr[i] = pattern[i % lanes];
+  });
 }
 
 }  // namespace functional
@@ -165,15 +166,11 @@ bool PadKernelBase::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>&
     // The last block's new pixels keep zero in the lanes beyond the channels.
     const bool tail = plan.tail_lanes != 0 && plane + 1 == plan.planes;
     for (std::size_t j = 0; j < k; ++j) pattern[j] = tail && j >= plan.tail_lanes ? 0.0f : value_;
-    const float* src = s + plane * std::size_t(h * w) * k;
-    for (std::int64_t y = 0; y < out_h; ++y, d += out_w * k) {
-      const std::int64_t sy = y - top_;
-      if (sy < 0 || sy >= h) {
-        row_(d, nullptr, out_w * k, 0, 0, pattern, static_cast<std::uint32_t>(k));
-      } else {
-        row_(d, src + (sy * w + from) * k, left * k, copy * k, right * k, pattern, static_cast<std::uint32_t>(k));
-      }
-    }
+    functional::PadPlane g;
+    g.out_rows = static_cast<std::size_t>(out_h), g.in_rows = static_cast<std::size_t>(h), g.top = top_;
+    g.in_row = static_cast<std::size_t>(w) * k, g.left = left * k, g.width = copy * k, g.right = right * k;
+    plane_(d, s + (plane * std::size_t(h * w) + from) * k, g, pattern, static_cast<std::uint32_t>(k));
+    d += std::size_t(out_h * out_w) * k;
   }
   outputs.assign(1, out);
   return true;

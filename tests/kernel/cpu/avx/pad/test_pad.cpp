@@ -1,4 +1,4 @@
-// 2-D padding (AVX): the padded row against the portable one for every
+// 2-D padding (AVX): the padded plane against the portable one for every
 // amount and tail, and both kernels on the fixture's cases (CHW, and C8HW8
 // with a border value in the real channels only).
 #include <gtest/gtest.h>
@@ -10,7 +10,7 @@ namespace tarn {
 namespace testing {
 namespace {
 
-TEST(PadAVX, RowMatchesPortableBitForBit) { ExpectPadRowMatchesPortable(kernel::functional::pad_row_f32_avx, 8); }
+TEST(PadAVX, PlaneMatchesPortableBitForBit) { ExpectPadPlaneMatchesPortable(kernel::functional::pad_plane_f32_avx, 8); }
 
 class PadAVXReference : public ::testing::TestWithParam<RefCase> {};
 

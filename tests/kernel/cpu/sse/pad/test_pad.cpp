@@ -1,4 +1,4 @@
-// 2-D padding (SSE): the padded row against the portable one for every
+// 2-D padding (SSE): the padded plane against the portable one for every
 // amount and tail, and both kernels on the fixture's cases (CHW, and C4HW4
 // with a border value in the real channels only).
 #include <gtest/gtest.h>
@@ -10,7 +10,7 @@ namespace tarn {
 namespace testing {
 namespace {
 
-TEST(PadSSE, RowMatchesPortableBitForBit) { ExpectPadRowMatchesPortable(kernel::functional::pad_row_f32_sse, 4); }
+TEST(PadSSE, PlaneMatchesPortableBitForBit) { ExpectPadPlaneMatchesPortable(kernel::functional::pad_plane_f32_sse, 4); }
 
 class PadSSEReference : public ::testing::TestWithParam<RefCase> {};
 
