@@ -160,6 +160,27 @@ inline std::vector<RefCase> Pad2dMapCases() {
   return out;
 }
 
+// The CHW member of a vector family's 2-D padding takes dense tensors only,
+// its blocked member blocked tensors of its lanes only.
+template <typename Chw, typename Blocked>
+void ExpectPadMembersTakeTheirLayouts(unsigned lanes) {
+  auto ctx = ElementContext();
+  auto rec = std::make_shared<runtime::Pad2dInfo>();
+  rec->padding_l = 1;
+  auto chw = Configured<Chw>(rec, ctx);
+  auto blocked = Configured<Blocked>(rec, ctx);
+  const auto layout = lanes == 4 ? runtime::TensorShape::C4HW4 : runtime::TensorShape::C8HW8;
+  const auto other = lanes == 4 ? runtime::TensorShape::C8HW8 : runtime::TensorShape::C4HW4;
+  auto a = MakeTensor(ctx, {2, 3, 3}, {});
+  auto b = MakeTensor(ctx, {1, 3, 3, lanes}, {}, layout);
+  auto c = MakeTensor(ctx, {1, 3, 3, 12 - lanes}, {}, other);
+  EXPECT_EQ(chw->IsValidInput({a}), 0);
+  EXPECT_EQ(chw->IsValidInput({b}), kernel::kInvalidTensor);
+  EXPECT_EQ(blocked->IsValidInput({b}), 0);
+  EXPECT_EQ(blocked->IsValidInput({a}), kernel::kInvalidTensor);
+  EXPECT_EQ(blocked->IsValidInput({c}), kernel::kInvalidTensor);
+}
+
 inline std::shared_ptr<runtime::PixelShuffleInfo> Shuffle(float r) {
   auto rec = std::make_shared<runtime::PixelShuffleInfo>();
   rec->upscale_factor = r;

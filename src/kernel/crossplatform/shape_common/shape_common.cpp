@@ -153,6 +153,28 @@ std::uint32_t LayoutLanes(TensorShape::Layout layout) {
   return layout == TensorShape::C4HW4 ? 4 : layout == TensorShape::C8HW8 ? 8 : 1;
 }
 
+bool OneDenseFloat(const std::vector<TensorShape>& inputs, std::size_t rank, std::string* why) {
+  if (inputs.size() != 1) {
+    *why = "it takes one tensor";
+    return false;
+  }
+  const TensorShape& s = inputs[0];
+  std::uint64_t count = 0;
+  if (s.data_type != TensorShape::FLOAT32 || s.location != TensorShape::MainMemory || IsBlocked(s.layout) ||
+      s.dims.size() != rank || !CheckedCount(s.dims, &count) || count == 0) {
+    *why = "the input " + DimsText(s.dims) + " is not a non-empty dense float tensor of " + std::to_string(rank) +
+           " dims in main memory";
+    return false;
+  }
+  return true;
+}
+
+std::vector<TensorShape> ShapesOf(const std::vector<std::shared_ptr<runtime::Tensor>>& tensors) {
+  std::vector<TensorShape> shapes;
+  for (const auto& t : tensors) shapes.push_back(t->shape);
+  return shapes;
+}
+
 std::vector<std::size_t> DenseStrides(const std::vector<unsigned>& dims) {
   std::vector<std::size_t> strides(dims.size(), 1);
   for (std::size_t i = dims.size(); i-- > 1;) strides[i - 1] = strides[i] * dims[i];
@@ -172,6 +194,49 @@ functional::GatherPlan StridedPlan(const std::vector<unsigned>& out_dims, const 
 }  // namespace shape
 
 // ---------------------------------------------------------------------------
+
+bool PlannedKernelBase::Check(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs, TensorShape* output,
+                              std::string* why) const {
+  for (const auto& t : inputs) {
+    if (!std::dynamic_pointer_cast<runtime::TensorCPU>(t) || !t->Data()) {
+      *why = "it takes main-memory tensors only";
+      return false;
+    }
+  }
+  if (!configured_) {
+    *why = "the kernel is not configured";
+    return false;
+  }
+  return OutputShape(shape::ShapesOf(inputs), output, why);
+}
+
+std::vector<TensorShape> PlannedKernelBase::GetOutputShapes(const std::vector<TensorShape>& inputs) const {
+  TensorShape out;
+  std::string why;
+  if (!configured_ || !OutputShape(inputs, &out, &why)) return {};
+  return {out};
+}
+
+std::int32_t PlannedKernelBase::IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const {
+  TensorShape out;
+  std::string why;
+  if (Check(inputs, &out, &why)) return kValid;
+  utility::Log(utility::kLogError, "%s refuses its input: %s.", GetName().c_str(), why.c_str());
+  return kInvalidTensor;
+}
+
+std::shared_ptr<runtime::TensorCPU> PlannedKernelBase::Prepare(
+    const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+    const std::shared_ptr<runtime::Context>& context) const {
+  TensorShape out;
+  std::string why;
+  if (!Check(inputs, &out, &why)) {
+    utility::Log(utility::kLogError, "%s refuses its input: %s.", GetName().c_str(), why.c_str());
+    return nullptr;
+  }
+  if (!context || !context->cpu) return nullptr;
+  return context->cpu->CreateTensor(out);
+}
 
 std::int32_t ShapeOpBase::IsValidParam(std::shared_ptr<runtime::LayerInfo> layer,
                                        std::shared_ptr<runtime::InferenceParam>) const {

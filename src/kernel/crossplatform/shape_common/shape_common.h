@@ -45,12 +45,38 @@ std::string DimsText(const std::vector<short>& dims);
 bool IsBlocked(runtime::TensorShape::Layout layout);
 // Lanes of a layout: 4, 8, or 1 for the dense ones.
 std::uint32_t LayoutLanes(runtime::TensorShape::Layout layout);
+// True for one non-empty dense float tensor in main memory of `rank` dims;
+// false with the reason.
+bool OneDenseFloat(const std::vector<runtime::TensorShape>& inputs, std::size_t rank, std::string* why);
+// The shapes of tensors.
+std::vector<runtime::TensorShape> ShapesOf(const std::vector<std::shared_ptr<runtime::Tensor>>& tensors);
 // Row-major strides (in elements) of dense dims.
 std::vector<std::size_t> DenseStrides(const std::vector<unsigned>& dims);
 // The identity gather over dims with the given source strides per output dim.
 functional::GatherPlan StridedPlan(const std::vector<unsigned>& out_dims, const std::vector<std::size_t>& strides);
 
 }  // namespace shape
+
+// The skeleton of a kernel whose main-memory inputs one planning function
+// checks: output shapes, the input check (a refusal is logged with its
+// reason) and the checked start of Forward.
+class PlannedKernelBase : public KernelBase {
+ public:
+  std::vector<runtime::TensorShape> GetOutputShapes(const std::vector<runtime::TensorShape>& inputs) const override;
+  std::int32_t IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const override;
+
+ protected:
+  // The output shape for input shapes; false with the reason.
+  virtual bool OutputShape(const std::vector<runtime::TensorShape>& inputs, runtime::TensorShape* output,
+                           std::string* why) const = 0;
+  // A fresh output for main-memory `inputs`; null (logged) when they are refused.
+  std::shared_ptr<runtime::TensorCPU> Prepare(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+                                              const std::shared_ptr<runtime::Context>& context) const;
+
+ private:
+  bool Check(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs, runtime::TensorShape* output,
+             std::string* why) const;
+};
 
 // What a one-input shape operation decides for one input shape: the output
 // shape, and either a view (the output shares the input's storage) or a

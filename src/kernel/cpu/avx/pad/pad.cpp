@@ -21,10 +21,7 @@ struct AvxFloats {
 }  // namespace
 
 void pad_plane_f32_avx(float* d, const float* s, const PadPlane& g, const float* pattern, std::uint32_t lanes) {
-  PadPlaneWith(d, s, g, [pattern, lanes](float* dr, const float* sr, std::size_t l, std::size_t w, std::size_t r,
-                                              bool spill) {
-    PadRowVector<AvxFloats>(dr, sr, l, w, r, pattern, lanes, spill);
-  });
+  PadPlaneVector<AvxFloats>(d, s, g, pattern, lanes);
 }
 
 }  // namespace functional

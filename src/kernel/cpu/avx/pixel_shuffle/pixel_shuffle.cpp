@@ -65,14 +65,7 @@ void interleave_rows_f32_avx(const float* const* rows, std::uint32_t r, std::uin
       for (int j = 0; j < 8; ++j) _mm256_storeu_ps(out + 8 * j, v[j]);
     }
   }
-  if (x == width) return;
-  const float* rest[8];
-  if (r <= 8) {
-    for (std::uint32_t j = 0; j < r; ++j) rest[j] = rows[j] + x;
-    interleave_rows_f32(rest, r, width - x, out);
-  } else {
-    interleave_rows_f32(rows, r, width, out);
-  }
+  InterleaveRest(rows, r, x, width, out);
 }
 
 }  // namespace functional

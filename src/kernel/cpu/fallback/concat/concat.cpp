@@ -203,45 +203,23 @@ bool ConcatKernelBase::MakePlan(const std::vector<TensorShape>& inputs, Plan* pl
   return DensePlan(inputs, axis, plan, why);
 }
 
-std::vector<TensorShape> ConcatKernelBase::GetOutputShapes(const std::vector<TensorShape>& inputs) const {
+bool ConcatKernelBase::OutputShape(const std::vector<TensorShape>& inputs, TensorShape* output,
+                                   std::string* why) const {
   Plan plan;
-  std::string why;
-  if (!MakePlan(inputs, &plan, &why)) return {};
-  return {plan.output};
-}
-
-std::int32_t ConcatKernelBase::IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const {
-  std::vector<TensorShape> shapes;
-  for (const auto& t : inputs) {
-    if (!std::dynamic_pointer_cast<runtime::TensorCPU>(t) || !t->Data()) {
-      utility::Log(utility::kLogError, "%s takes main-memory tensors only.", GetName().c_str());
-      return kInvalidTensor;
-    }
-    shapes.push_back(t->shape);
-  }
-  Plan plan;
-  std::string why;
-  if (MakePlan(shapes, &plan, &why)) return kValid;
-  utility::Log(utility::kLogError, "%s cannot concatenate its inputs: %s.", GetName().c_str(), why.c_str());
-  return kInvalidTensor;
+  if (!MakePlan(inputs, &plan, why)) return false;
+  *output = plan.output;
+  return true;
 }
 
 bool ConcatKernelBase::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                                std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                                std::shared_ptr<runtime::Context> context) const {
-  if (!context || !context->cpu) return false;
-  std::vector<TensorShape> shapes;
-  for (const auto& t : inputs) {
-    if (!std::dynamic_pointer_cast<runtime::TensorCPU>(t) || !t->Data()) return false;
-    shapes.push_back(t->shape);
-  }
+  auto out = Prepare(inputs, context);
+  if (!out) return false;
+  const std::vector<TensorShape> shapes = shape::ShapesOf(inputs);
   Plan plan;
   std::string why;
-  if (!MakePlan(shapes, &plan, &why)) {
-    utility::Log(utility::kLogError, "%s cannot concatenate its inputs: %s.", GetName().c_str(), why.c_str());
-    return false;
-  }
-  auto out = context->cpu->CreateTensor(plan.output);
+  MakePlan(shapes, &plan, &why);
   float* d = out->DataAs<float>();
   if (plan.channels) {
     const std::uint32_t pixels = plan.output.dims[1] * plan.output.dims[2];

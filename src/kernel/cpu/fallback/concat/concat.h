@@ -29,18 +29,20 @@
 // known); rows are copied as they are.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "tarn/kernel/kernel_base.h"
+#include "kernel/crossplatform/shape_common/shape_common.h"
 #include "tarn/kernel/shape.h"
 
 namespace tarn {
 namespace kernel {
 
-class ConcatKernelBase : public KernelBase, public runtime::BlockedChannelsReceiver {
+class ConcatKernelBase : public PlannedKernelBase, public runtime::BlockedChannelsReceiver {
  public:
   // Places the channels of one blocked input at a channel offset of the output
   // (functional::place_channels_*; the lanes are those of the layout).
@@ -54,10 +56,6 @@ class ConcatKernelBase : public KernelBase, public runtime::BlockedChannelsRecei
                             std::shared_ptr<runtime::InferenceParam> param) const override;
   bool Config(std::shared_ptr<runtime::LayerInfo> layer, std::shared_ptr<runtime::InferenceParam> param,
               std::shared_ptr<runtime::Context> context) override;
-  std::vector<runtime::TensorShape> GetOutputShapes(const std::vector<runtime::TensorShape>& inputs) const override;
-  // One or more float main-memory tensors that concatenate; a refusal is
-  // logged with its reason.
-  std::int32_t IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const override;
   bool Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                std::shared_ptr<runtime::Context> context) const override;
@@ -71,6 +69,11 @@ class ConcatKernelBase : public KernelBase, public runtime::BlockedChannelsRecei
     std::vector<std::uint32_t> counts;  // blocked along channels: the real channels of each input
   };
   bool MakePlan(const std::vector<runtime::TensorShape>& inputs, Plan* plan, std::string* why) const;
+
+ protected:
+  // One or more float tensors that concatenate.
+  bool OutputShape(const std::vector<runtime::TensorShape>& inputs, runtime::TensorShape* output,
+                   std::string* why) const override;
 
  private:
   bool DensePlan(const std::vector<runtime::TensorShape>& inputs, std::size_t axis, Plan* plan,
@@ -99,6 +102,58 @@ class Concatenate_Fallback_Float_M1 : public ConcatKernelBase {
     TRN_KERNEL_NAME(cls)                                                                  \
     cls() : ConcatKernelBase(runtime::TensorShape::layout, place4, place8) {}             \
   };
+
+// The block walk of a vector channel placement (functional::place_channels_*
+// of a family): output block b of an input placed at `offset` is made of
+// input blocks b - offset / kLanes - 1 (low lanes) and b - offset / kLanes
+// (high lanes) by `block.Run<kKeep, kMask>(lo, hi, d, pixels)`, which keeps
+// the lanes below offset % kLanes with kKeep (first block) and clears the
+// lanes beyond the last channel with kMask (last block). A missing neighbour
+// block only feeds lanes that those masks discard, so any readable block
+// stands in for it. On a block boundary whole block planes are copied;
+// otherwise pixels go in chunks of kChunk, so that the block read as the
+// high half of one output block is still in the first-level cache as the low
+// half of the next. Instantiated in the family's file with its functor.
+template <std::uint32_t kLanes, std::size_t kChunk, typename Block>
+void PlaceBlocks(const float* in, std::uint32_t channels, std::size_t pixels, std::uint32_t offset, float* out,
+                 const Block& block) {
+  if (channels == 0) return;
+  const std::size_t plane = pixels * kLanes;
+  const std::uint32_t first = offset / kLanes, last = (offset + channels - 1) / kLanes;
+  const std::uint32_t in_blocks = (channels + kLanes - 1) / kLanes, end = (offset + channels) % kLanes;
+  if (offset % kLanes == 0) {
+    for (std::uint32_t b = first; b <= last; ++b) {
+      const float* src = in + (b - first) * plane;
+      if (b == last && end != 0) {
+        block.template Run<false, true>(src, src, out + b * plane, pixels);
+      } else {
+        std::memcpy(out + b * plane, src, plane * sizeof(float));
+      }
+    }
+    return;
+  }
+  for (std::size_t p0 = 0; p0 < pixels; p0 += kChunk) {
+    const std::size_t n = std::min(kChunk, pixels - p0);
+    for (std::uint32_t b = first; b <= last; ++b) {
+      const std::uint32_t t = b - first;
+      const float* hi = in + (t < in_blocks ? t : t - 1) * plane + p0 * kLanes;
+      const float* lo = t >= 1 ? in + (t - 1) * plane + p0 * kLanes : hi;
+      float* d = out + b * plane + p0 * kLanes;
+      const bool masked = b == last && end != 0;
+      if (b == first) {
+        if (masked) {
+          block.template Run<true, true>(lo, hi, d, n);
+        } else {
+          block.template Run<true, false>(lo, hi, d, n);
+        }
+      } else if (masked) {
+        block.template Run<false, true>(lo, hi, d, n);
+      } else {
+        block.template Run<false, false>(lo, hi, d, n);
+      }
+    }
+  }
+}
 
 }  // namespace kernel
 }  // namespace tarn

@@ -97,44 +97,23 @@ bool GemmKernelBase::Plan(const std::vector<TensorShape>& inputs, Sizes* sizes, 
   return true;
 }
 
-std::vector<TensorShape> GemmKernelBase::GetOutputShapes(const std::vector<TensorShape>& inputs) const {
+bool GemmKernelBase::OutputShape(const std::vector<TensorShape>& inputs, TensorShape* output, std::string* why) const {
   Sizes s;
-  std::string why;
-  if (!Plan(inputs, &s, &why)) return {};
-  TensorShape out = inputs[0];
-  out.dims = {static_cast<unsigned>(s.m), static_cast<unsigned>(s.n)};
-  return {out};
-}
-
-std::int32_t GemmKernelBase::IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const {
-  std::vector<TensorShape> shapes;
-  for (const auto& t : inputs) {
-    if (!std::dynamic_pointer_cast<runtime::TensorCPU>(t) || !t->Data()) {
-      utility::Log(utility::kLogError, "%s takes main-memory tensors only.", GetName().c_str());
-      return kInvalidTensor;
-    }
-    shapes.push_back(t->shape);
-  }
-  Sizes s;
-  std::string why;
-  if (Plan(shapes, &s, &why)) return kValid;
-  utility::Log(utility::kLogError, "%s cannot multiply its inputs: %s.", GetName().c_str(), why.c_str());
-  return kInvalidTensor;
+  if (!Plan(inputs, &s, why)) return false;
+  *output = inputs[0];
+  output->dims = {static_cast<unsigned>(s.m), static_cast<unsigned>(s.n)};
+  return true;
 }
 
 bool GemmKernelBase::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                              std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                              std::shared_ptr<runtime::Context> context) const {
-  if (!context || !context->cpu) return false;
-  std::vector<TensorShape> shapes;
-  for (const auto& t : inputs) {
-    if (!std::dynamic_pointer_cast<runtime::TensorCPU>(t) || !t->Data()) return false;
-    shapes.push_back(t->shape);
-  }
+  auto out = Prepare(inputs, context);
+  if (!out) return false;
+  const std::vector<TensorShape> shapes = shape::ShapesOf(inputs);
   Sizes s;
   std::string why;
-  if (!Plan(shapes, &s, &why)) return false;
-  auto out = context->cpu->CreateTensor(GetOutputShapes(shapes)[0]);
+  Plan(shapes, &s, &why);
   float* y = out->DataAs<float>();
   float beta = 0.0f;
   if (inputs.size() == 3) {

@@ -13,13 +13,13 @@
 #include <string>
 #include <vector>
 
-#include "tarn/kernel/kernel_base.h"
+#include "kernel/crossplatform/shape_common/shape_common.h"
 #include "tarn/kernel/shape.h"
 
 namespace tarn {
 namespace kernel {
 
-class GemmKernelBase : public KernelBase {
+class GemmKernelBase : public PlannedKernelBase {
  public:
   // Y = alpha * op(A) op(B) + beta * Y (beta 0: Y is only written).
   using GemmFn = void (*)(bool trans_a, bool trans_b, int M, int N, int K, float alpha, const float* A,
@@ -29,13 +29,14 @@ class GemmKernelBase : public KernelBase {
                             std::shared_ptr<runtime::InferenceParam> param) const override;
   bool Config(std::shared_ptr<runtime::LayerInfo> layer, std::shared_ptr<runtime::InferenceParam> param,
               std::shared_ptr<runtime::Context> context) override;
-  std::vector<runtime::TensorShape> GetOutputShapes(const std::vector<runtime::TensorShape>& inputs) const override;
-  // Two or three float main-memory tensors of matching 2-D shapes (C
-  // broadcastable); a refusal is logged with its reason.
-  std::int32_t IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const override;
   bool Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                std::shared_ptr<runtime::Context> context) const override;
+
+ protected:
+  // Two or three float matrices of matching shapes (C broadcastable).
+  bool OutputShape(const std::vector<runtime::TensorShape>& inputs, runtime::TensorShape* output,
+                   std::string* why) const override;
 
  private:
   struct Sizes {

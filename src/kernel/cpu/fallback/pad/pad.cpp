@@ -122,34 +122,25 @@ bool PadKernelBase::MakePlan(const TensorShape& input, Plan* plan, std::string* 
   return true;
 }
 
-std::vector<TensorShape> PadKernelBase::GetOutputShapes(const std::vector<TensorShape>& inputs) const {
+bool PadKernelBase::OutputShape(const std::vector<TensorShape>& inputs, TensorShape* output, std::string* why) const {
   Plan plan;
-  std::string why;
-  if (inputs.size() != 1 || !MakePlan(inputs[0], &plan, &why)) return {};
-  return {plan.output};
-}
-
-std::int32_t PadKernelBase::IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const {
-  Plan plan;
-  std::string why = "it takes one main-memory tensor";
-  if (inputs.size() == 1 && std::dynamic_pointer_cast<runtime::TensorCPU>(inputs[0]) && inputs[0]->Data() &&
-      MakePlan(inputs[0]->shape, &plan, &why)) {
-    return kValid;
+  if (inputs.size() != 1) {
+    *why = "it takes one tensor";
+    return false;
   }
-  utility::Log(utility::kLogError, "%s cannot pad its input: %s.", GetName().c_str(), why.c_str());
-  return kInvalidTensor;
+  if (!MakePlan(inputs[0], &plan, why)) return false;
+  *output = plan.output;
+  return true;
 }
 
 bool PadKernelBase::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                             std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                             std::shared_ptr<runtime::Context> context) const {
+  auto out = Prepare(inputs, context);
+  if (!out) return false;
   Plan plan;
   std::string why;
-  if (!context || !context->cpu || inputs.size() != 1 || !std::dynamic_pointer_cast<runtime::TensorCPU>(inputs[0]) ||
-      !inputs[0]->Data() || !MakePlan(inputs[0]->shape, &plan, &why)) {
-    return false;
-  }
-  auto out = context->cpu->CreateTensor(plan.output);
+  MakePlan(inputs[0]->shape, &plan, &why);
   const std::int64_t w = plan.width, h = plan.height;
   const std::int64_t out_w = w + left_ + right_, out_h = h + top_ + bottom_;
   // Every copied row has the same shape: `left` new pixels, `copy` pixels from

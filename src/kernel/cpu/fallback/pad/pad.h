@@ -22,7 +22,7 @@
 #include <string>
 #include <vector>
 
-#include "tarn/kernel/kernel_base.h"
+#include "kernel/crossplatform/shape_common/shape_common.h"
 #include "tarn/kernel/shape.h"
 
 namespace tarn {
@@ -30,7 +30,7 @@ namespace kernel {
 
 // What both paddings share: the record's amounts and value, one float tensor
 // in, one out, planes written by a routine of one instruction set.
-class PadKernelBase : public KernelBase, public runtime::BlockedChannelsReceiver {
+class PadKernelBase : public PlannedKernelBase, public runtime::BlockedChannelsReceiver {
  public:
   using PadPlaneFn = void (*)(float* d, const float* s, const functional::PadPlane& g, const float* pattern,
                             std::uint32_t lanes);
@@ -43,14 +43,15 @@ class PadKernelBase : public KernelBase, public runtime::BlockedChannelsReceiver
                             std::shared_ptr<runtime::InferenceParam> param) const override;
   bool Config(std::shared_ptr<runtime::LayerInfo> layer, std::shared_ptr<runtime::InferenceParam> param,
               std::shared_ptr<runtime::Context> context) override;
-  std::vector<runtime::TensorShape> GetOutputShapes(const std::vector<runtime::TensorShape>& inputs) const override;
-  // One float main-memory tensor the amounts leave non-empty; a refusal is
-  // logged with its reason.
-  std::int32_t IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const override;
   bool Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                std::shared_ptr<runtime::Context> context) const override;
   void SetInputChannels(const std::vector<std::int64_t>& channels) override { channels_ = channels; }
+
+ protected:
+  // One float tensor the amounts leave non-empty.
+  bool OutputShape(const std::vector<runtime::TensorShape>& inputs, runtime::TensorShape* output,
+                   std::string* why) const override;
 
  private:
   // Planes, the input's height and width, lanes, and the output shape.
@@ -157,6 +158,14 @@ inline void PadRowVector(float* d, const float* s, std::size_t left, std::size_t
   for (; i + kW <= width; i += kW) V::Store(d + i, V::Load(s + i));
   for (; i < width; ++i) d[i] = s[i];
   fill_run(d + width, right);
+}
+
+// A padded plane of a vector family (see PadRowVector).
+template <typename V>
+void PadPlaneVector(float* d, const float* s, const functional::PadPlane& g, const float* pattern,
+                    std::uint32_t lanes) {
+  PadPlaneWith(d, s, g, [pattern, lanes](float* dr, const float* sr, std::size_t l, std::size_t w, std::size_t r,
+                                         bool spill) { PadRowVector<V>(dr, sr, l, w, r, pattern, lanes, spill); });
 }
 
 }  // namespace kernel

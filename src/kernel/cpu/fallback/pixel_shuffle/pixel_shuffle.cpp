@@ -18,12 +18,16 @@ using runtime::TensorShape;
 namespace functional {
 
 void interleave_rows_f32(const float* const* rows, std::uint32_t r, std::uint32_t width, float* out) {
-  for (std::uint32_t x = 0; x < width; ++x) {
-    for (std::uint32_t j = 0; j < r; ++j) *out++ = rows[j][x];
-  }
+  InterleaveRest(rows, r, 0, width, out);
 }
 
 }  // namespace functional
+
+void InterleaveRest(const float* const* rows, std::uint32_t r, std::uint32_t from, std::uint32_t width, float* out) {
+  for (std::uint32_t x = from; x < width; ++x) {
+    for (std::uint32_t j = 0; j < r; ++j) *out++ = rows[j][x];
+  }
+}
 
 std::uint32_t WholeFactor(float value) {
   if (!(value >= 1.0f && value <= 65535.0f) || std::floor(value) != value) return 0;
@@ -49,14 +53,11 @@ bool PixelShuffleKernelBase::Config(std::shared_ptr<runtime::LayerInfo> layer,
   return true;
 }
 
-bool PixelShuffleKernelBase::OutputShape(const TensorShape& input, TensorShape* output, std::string* why) const {
+bool PixelShuffleKernelBase::OutputShape(const std::vector<TensorShape>& inputs, TensorShape* output,
+                                         std::string* why) const {
+  if (!shape::OneDenseFloat(inputs, 3, why)) return false;
   std::uint64_t count = 0;
-  const auto& d = input.dims;
-  if (!configured_ || input.data_type != TensorShape::FLOAT32 || input.location != TensorShape::MainMemory ||
-      shape::IsBlocked(input.layout) || d.size() != 3 || !shape::CheckedCount(d, &count) || count == 0) {
-    *why = "the input " + shape::DimsText(d) + " is not a non-empty float CHW tensor in main memory";
-    return false;
-  }
+  const auto& d = inputs[0].dims;
   const std::uint64_t rr = std::uint64_t(r_) * r_;
   if (d[0] % rr != 0) {
     *why = "the input's " + std::to_string(d[0]) + " channels are not a multiple of " + std::to_string(rr);
@@ -67,40 +68,17 @@ bool PixelShuffleKernelBase::OutputShape(const TensorShape& input, TensorShape* 
     *why = "the output would hold too many elements";
     return false;
   }
-  *output = input;
+  *output = inputs[0];
   output->dims.assign(out.begin(), out.end());
   return true;
-}
-
-std::vector<TensorShape> PixelShuffleKernelBase::GetOutputShapes(const std::vector<TensorShape>& inputs) const {
-  TensorShape out;
-  std::string why;
-  if (inputs.size() != 1 || !OutputShape(inputs[0], &out, &why)) return {};
-  return {out};
-}
-
-std::int32_t PixelShuffleKernelBase::IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const {
-  TensorShape out;
-  std::string why = "it takes one main-memory tensor";
-  if (inputs.size() == 1 && std::dynamic_pointer_cast<runtime::TensorCPU>(inputs[0]) && inputs[0]->Data() &&
-      OutputShape(inputs[0]->shape, &out, &why)) {
-    return kValid;
-  }
-  utility::Log(utility::kLogError, "%s cannot shuffle its input: %s.", GetName().c_str(), why.c_str());
-  return kInvalidTensor;
 }
 
 bool PixelShuffleKernelBase::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                                      std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                                      std::shared_ptr<runtime::Context> context) const {
-  TensorShape shape;
-  std::string why;
-  if (!context || !context->cpu || inputs.size() != 1 || !std::dynamic_pointer_cast<runtime::TensorCPU>(inputs[0]) ||
-      !inputs[0]->Data() || !OutputShape(inputs[0]->shape, &shape, &why)) {
-    return false;
-  }
-  auto out = context->cpu->CreateTensor(shape);
-  const std::uint32_t r = r_, c_out = shape.dims[0], h = inputs[0]->shape.dims[1], w = inputs[0]->shape.dims[2];
+  auto out = Prepare(inputs, context);
+  if (!out) return false;
+  const std::uint32_t r = r_, c_out = out->shape.dims[0], h = inputs[0]->shape.dims[1], w = inputs[0]->shape.dims[2];
   const std::size_t plane = std::size_t(h) * w;
   const float* s = static_cast<const float*>(inputs[0]->Data());
   float* d = out->DataAs<float>();

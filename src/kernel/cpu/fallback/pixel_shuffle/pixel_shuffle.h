@@ -11,17 +11,21 @@
 #include <string>
 #include <vector>
 
-#include "tarn/kernel/kernel_base.h"
+#include "kernel/crossplatform/shape_common/shape_common.h"
 #include "tarn/kernel/shape.h"
 
 namespace tarn {
 namespace kernel {
 
+// The columns from `from` on of an interleaved row, one float at a time:
+// what the vector forms leave (and all of it for factors they do not take).
+void InterleaveRest(const float* const* rows, std::uint32_t r, std::uint32_t from, std::uint32_t width, float* out);
+
 // Whole factors of the resampling records: r when `value` is a whole number
 // in [1, 65535], else 0.
 std::uint32_t WholeFactor(float value);
 
-class PixelShuffleKernelBase : public KernelBase {
+class PixelShuffleKernelBase : public PlannedKernelBase {
  public:
   // One output row from the r input rows that interleave into it.
   using InterleaveFn = void (*)(const float* const* rows, std::uint32_t r, std::uint32_t width, float* out);
@@ -30,16 +34,16 @@ class PixelShuffleKernelBase : public KernelBase {
                             std::shared_ptr<runtime::InferenceParam> param) const override;
   bool Config(std::shared_ptr<runtime::LayerInfo> layer, std::shared_ptr<runtime::InferenceParam> param,
               std::shared_ptr<runtime::Context> context) override;
-  std::vector<runtime::TensorShape> GetOutputShapes(const std::vector<runtime::TensorShape>& inputs) const override;
-  // One float CHW tensor in main memory whose channels r * r divides; a
-  // refusal is logged with its reason.
-  std::int32_t IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const override;
   bool Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                std::shared_ptr<runtime::Context> context) const override;
 
+ protected:
+  // One float CHW tensor whose channels r * r divides.
+  bool OutputShape(const std::vector<runtime::TensorShape>& inputs, runtime::TensorShape* output,
+                   std::string* why) const override;
+
  private:
-  bool OutputShape(const runtime::TensorShape& input, runtime::TensorShape* output, std::string* why) const;
   InterleaveFn fn_;
   std::uint32_t r_ = 0;
 };

@@ -33,15 +33,11 @@ bool SpaceToDepth_Fallback_CHW_Float_M1::Config(std::shared_ptr<runtime::LayerIn
   return true;
 }
 
-bool SpaceToDepth_Fallback_CHW_Float_M1::OutputShape(const TensorShape& input, TensorShape* output,
+bool SpaceToDepth_Fallback_CHW_Float_M1::OutputShape(const std::vector<TensorShape>& inputs, TensorShape* output,
                                                      std::string* why) const {
+  if (!shape::OneDenseFloat(inputs, 3, why)) return false;
   std::uint64_t count = 0;
-  const auto& d = input.dims;
-  if (!configured_ || input.data_type != TensorShape::FLOAT32 || input.location != TensorShape::MainMemory ||
-      shape::IsBlocked(input.layout) || d.size() != 3 || !shape::CheckedCount(d, &count) || count == 0) {
-    *why = "the input " + shape::DimsText(d) + " is not a non-empty float CHW tensor in main memory";
-    return false;
-  }
+  const auto& d = inputs[0].dims;
   if (d[1] % b_ != 0 || d[2] % b_ != 0) {
     *why = "the input " + shape::DimsText(d) + " has a height or width that " + std::to_string(b_) +
            " does not divide";
@@ -52,40 +48,16 @@ bool SpaceToDepth_Fallback_CHW_Float_M1::OutputShape(const TensorShape& input, T
     *why = "the output would hold too many elements";
     return false;
   }
-  *output = input;
+  *output = inputs[0];
   output->dims.assign(out.begin(), out.end());
   return true;
-}
-
-std::vector<TensorShape> SpaceToDepth_Fallback_CHW_Float_M1::GetOutputShapes(
-    const std::vector<TensorShape>& inputs) const {
-  TensorShape out;
-  std::string why;
-  if (inputs.size() != 1 || !OutputShape(inputs[0], &out, &why)) return {};
-  return {out};
-}
-
-std::int32_t SpaceToDepth_Fallback_CHW_Float_M1::IsValidInput(
-    const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const {
-  TensorShape out;
-  std::string why = "it takes one main-memory tensor";
-  if (inputs.size() == 1 && std::dynamic_pointer_cast<runtime::TensorCPU>(inputs[0]) && inputs[0]->Data() &&
-      OutputShape(inputs[0]->shape, &out, &why)) {
-    return kValid;
-  }
-  utility::Log(utility::kLogError, "%s cannot rearrange its input: %s.", GetName().c_str(), why.c_str());
-  return kInvalidTensor;
 }
 
 bool SpaceToDepth_Fallback_CHW_Float_M1::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                                                  std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                                                  std::shared_ptr<runtime::Context> context) const {
-  TensorShape shape;
-  std::string why;
-  if (!context || !context->cpu || inputs.size() != 1 || !std::dynamic_pointer_cast<runtime::TensorCPU>(inputs[0]) ||
-      !inputs[0]->Data() || !OutputShape(inputs[0]->shape, &shape, &why)) {
-    return false;
-  }
+  auto out = Prepare(inputs, context);
+  if (!out) return false;
   // The output in the order (by, bx, c, y, x), each read from its source offset.
   const std::size_t b = b_, c = inputs[0]->shape.dims[0], h = inputs[0]->shape.dims[1], w = inputs[0]->shape.dims[2];
   functional::GatherPlan plan;
@@ -95,7 +67,6 @@ bool SpaceToDepth_Fallback_CHW_Float_M1::Forward(const std::vector<std::shared_p
   for (std::size_t ch = 0; ch < c; ++ch) plan.offsets[2].push_back(ch * h * w);
   for (std::size_t y = 0; y < h / b; ++y) plan.offsets[3].push_back(y * b * w);
   for (std::size_t x = 0; x < w / b; ++x) plan.offsets[4].push_back(x * b);
-  auto out = context->cpu->CreateTensor(shape);
   functional::gather_bytes(inputs[0]->Data(), out->Data(), plan, sizeof(float));
   outputs.assign(1, out);
   return true;

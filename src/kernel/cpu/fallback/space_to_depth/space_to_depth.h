@@ -13,12 +13,12 @@
 #include <string>
 #include <vector>
 
-#include "tarn/kernel/kernel_base.h"
+#include "kernel/crossplatform/shape_common/shape_common.h"
 
 namespace tarn {
 namespace kernel {
 
-class SpaceToDepth_Fallback_CHW_Float_M1 : public KernelBase {
+class SpaceToDepth_Fallback_CHW_Float_M1 : public PlannedKernelBase {
  public:
   ~SpaceToDepth_Fallback_CHW_Float_M1() override;
   TRN_KERNEL_NAME(SpaceToDepth_Fallback_CHW_Float_M1)
@@ -26,16 +26,16 @@ class SpaceToDepth_Fallback_CHW_Float_M1 : public KernelBase {
                             std::shared_ptr<runtime::InferenceParam> param) const override;
   bool Config(std::shared_ptr<runtime::LayerInfo> layer, std::shared_ptr<runtime::InferenceParam> param,
               std::shared_ptr<runtime::Context> context) override;
-  std::vector<runtime::TensorShape> GetOutputShapes(const std::vector<runtime::TensorShape>& inputs) const override;
-  // One float CHW tensor in main memory whose height and width b divides; a
-  // refusal is logged with its reason.
-  std::int32_t IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const override;
   bool Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                std::shared_ptr<runtime::Context> context) const override;
 
+ protected:
+  // One float CHW tensor whose height and width b divides.
+  bool OutputShape(const std::vector<runtime::TensorShape>& inputs, runtime::TensorShape* output,
+                   std::string* why) const override;
+
  private:
-  bool OutputShape(const runtime::TensorShape& input, runtime::TensorShape* output, std::string* why) const;
   std::uint32_t b_ = 0;
 };
 

@@ -21,10 +21,7 @@ struct SseFloats {
 }  // namespace
 
 void pad_plane_f32_sse(float* d, const float* s, const PadPlane& g, const float* pattern, std::uint32_t lanes) {
-  PadPlaneWith(d, s, g, [pattern, lanes](float* dr, const float* sr, std::size_t l, std::size_t w, std::size_t r,
-                                              bool spill) {
-    PadRowVector<SseFloats>(dr, sr, l, w, r, pattern, lanes, spill);
-  });
+  PadPlaneVector<SseFloats>(d, s, g, pattern, lanes);
 }
 
 }  // namespace functional

@@ -29,14 +29,7 @@ void interleave_rows_f32_sse(const float* const* rows, std::uint32_t r, std::uin
       _mm_storeu_ps(out + 12, d);
     }
   }
-  if (x == width) return;
-  const float* rest[4];
-  if (r <= 4) {
-    for (std::uint32_t j = 0; j < r; ++j) rest[j] = rows[j] + x;
-    interleave_rows_f32(rest, r, width - x, out);
-  } else {
-    interleave_rows_f32(rows, r, width, out);
-  }
+  InterleaveRest(rows, r, x, width, out);
 }
 
 }  // namespace functional

@@ -23,17 +23,7 @@ INSTANTIATE_TEST_SUITE_P(Fixtures, PadSSEReference, ::testing::ValuesIn(Pad2dMap
                          [](const auto& info) { return info.param.name; });
 
 TEST(PadSSE, EachMemberTakesItsLayoutOnly) {
-  auto ctx = ElementContext();
-  auto rec = std::make_shared<runtime::Pad2dInfo>();
-  rec->padding_l = 1;
-  auto chw = Configured<kernel::Pad2d_SSE_CHW_Float_M1>(rec, ctx);
-  auto blocked = Configured<kernel::Pad2d_SSE_C4HW4_Float_M1>(rec, ctx);
-  auto a = MakeTensor(ctx, {2, 3, 3}, {});
-  auto b = MakeTensor(ctx, {1, 3, 3, 4}, {}, runtime::TensorShape::C4HW4);
-  EXPECT_EQ(chw->IsValidInput({a}), 0);
-  EXPECT_EQ(chw->IsValidInput({b}), kernel::kInvalidTensor);
-  EXPECT_EQ(blocked->IsValidInput({b}), 0);
-  EXPECT_EQ(blocked->IsValidInput({a}), kernel::kInvalidTensor);
+  ExpectPadMembersTakeTheirLayouts<kernel::Pad2d_SSE_CHW_Float_M1, kernel::Pad2d_SSE_C4HW4_Float_M1>(4);
 }
 
 }  // namespace
