@@ -5,6 +5,8 @@ namespace runtime {
 
 IKernel::~IKernel() = default;
 
+BlockedChannelsReceiver::~BlockedChannelsReceiver() = default;
+
 bool IKernel::SetOutputs(const std::shared_ptr<Context>&, const std::vector<std::shared_ptr<Tensor>>&, const bool&,
                          std::vector<std::shared_ptr<Tensor>>&) const {
   return false;

@@ -29,6 +29,9 @@
 
 // Shape operations, concatenation, padding and Gemm.
 // (shape includes)
+#include "kernel/cpu/avx/concat/concat.h"
+#include "kernel/cpu/avx/pad/pad.h"
+#include "kernel/cpu/avx/pixel_shuffle/pixel_shuffle.h"
 
 // Normalisation, resampling, softmax, clip and grid sampling.
 // (resampling includes)
@@ -101,6 +104,10 @@ void RegisterAVX(runtime::KernelRegistry& registry) {
 
   // Shape operations, concatenation, padding and Gemm.
   // (shape registrations)
+  TRN_REGISTER_KERNEL(registry, Concatenate_AVX_C8HW8_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Pad2d_AVX_CHW_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Pad2d_AVX_C8HW8_Float_M1);
+  TRN_REGISTER_KERNEL(registry, PixelShuffle_AVX_CHW_Float_M1);
 
   // Normalisation, resampling, softmax, clip and grid sampling.
   // (resampling registrations)

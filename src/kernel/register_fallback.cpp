@@ -31,6 +31,19 @@
 
 // Shape operations, concatenation, padding and Gemm.
 // (shape includes)
+#include "kernel/cpu/fallback/concat/concat.h"
+#include "kernel/cpu/fallback/gemm/gemm.h"
+#include "kernel/cpu/fallback/pad/pad.h"
+#include "kernel/cpu/fallback/pixel_shuffle/pixel_shuffle.h"
+#include "kernel/cpu/fallback/space_to_depth/space_to_depth.h"
+#include "kernel/cpu/sgemm/gemm/gemm.h"
+#include "kernel/crossplatform/expand/expand.h"
+#include "kernel/crossplatform/getitem/getitem.h"
+#include "kernel/crossplatform/reshape/reshape.h"
+#include "kernel/crossplatform/slice/slice.h"
+#include "kernel/crossplatform/squeeze/squeeze.h"
+#include "kernel/crossplatform/transpose/transpose.h"
+#include "kernel/crossplatform/unsqueeze/unsqueeze.h"
 
 // Normalisation, resampling, softmax, clip and grid sampling.
 // (resampling includes)
@@ -49,9 +62,15 @@
 namespace tarn {
 namespace kernel {
 
+// The layout-independent shape operations shared by every platform.
 void Register_CrossPlatform_Fallback(runtime::KernelRegistry& registry) {
-  // The cross-platform kernels (resampling and shape operations) are not part of this build.
-  (void)registry;
+  TRN_REGISTER_KERNEL(registry, TensorReshape_Fallback_M1);
+  TRN_REGISTER_KERNEL(registry, TensorSqueeze_Fallback_M1);
+  TRN_REGISTER_KERNEL(registry, TensorUnSqueeze_Fallback_M1);
+  TRN_REGISTER_KERNEL(registry, TensorTranspose_Fallback_M1);
+  TRN_REGISTER_KERNEL(registry, TensorExpand_Fallback_M1);
+  TRN_REGISTER_KERNEL(registry, TensorSlice_Fallback_M1);
+  TRN_REGISTER_KERNEL(registry, TensorGetItem_Fallback_M1);
 }
 
 void RegisterFallback(runtime::KernelRegistry& registry) {
@@ -100,6 +119,15 @@ void RegisterFallback(runtime::KernelRegistry& registry) {
 
   // Shape operations, concatenation, padding and Gemm.
   // (shape registrations)
+  TRN_REGISTER_KERNEL(registry, Concatenate_Fallback_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Pad1d_Fallback_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Pad2d_Fallback_Float_M1);
+  TRN_REGISTER_KERNEL(registry, PixelShuffle_Fallback_CHW_Float_M1);
+  TRN_REGISTER_KERNEL(registry, SpaceToDepth_Fallback_CHW_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Gemm_Fallback_Float_M1);
+  // Runs on the CBLAS; registered here since the SGEMM family's slots hold
+  // the convolution, fully connected and recurrent products.
+  TRN_REGISTER_KERNEL(registry, Gemm_SGEMM_Float_M1);
 
   // Normalisation, resampling, softmax, clip and grid sampling.
   // (resampling registrations)

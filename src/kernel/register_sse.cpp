@@ -28,6 +28,9 @@
 
 // Shape operations, concatenation, padding and Gemm.
 // (shape includes)
+#include "kernel/cpu/sse/concat/concat.h"
+#include "kernel/cpu/sse/pad/pad.h"
+#include "kernel/cpu/sse/pixel_shuffle/pixel_shuffle.h"
 
 // Normalisation, resampling, softmax, clip and grid sampling.
 // (resampling includes)
@@ -110,6 +113,10 @@ void RegisterSSE(runtime::KernelRegistry& registry) {
 
   // Shape operations, concatenation, padding and Gemm.
   // (shape registrations)
+  TRN_REGISTER_KERNEL(registry, Concatenate_SSE_C4HW4_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Pad2d_SSE_CHW_Float_M1);
+  TRN_REGISTER_KERNEL(registry, Pad2d_SSE_C4HW4_Float_M1);
+  TRN_REGISTER_KERNEL(registry, PixelShuffle_SSE_CHW_Float_M1);
 
   // Normalisation, resampling, softmax, clip and grid sampling.
   // (resampling registrations)

@@ -1,3 +1,9 @@
+// The inference configuration records, their JSON forms, and the prepared
+// configurations (CreateCfg and kin). CpuKernelName names the CPU kernel of
+// every layer record type the model loader can produce, except
+// LayerPlaceholderInfo: a placeholder describes a layer that cannot run here,
+// no kernel is registered for it, and its layer gets no kernel (logged), so a
+// net with one cannot be built.
 #include "tarn/runtime/inference_config.h"
 
 #include <functional>
@@ -521,6 +527,51 @@ std::string CpuKernelName(const LayerInfo& layer, const std::string& family) {
       return "SQFCConv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1";
     case LAYER_SQFC_CONV2D_FOLDED_BN:
       return "SQFCConv2DFoldedBN_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1";
+    // Shape operations: the cross-platform kernels serve every family.
+    // TensorUnSqueezeInfo carries the code of TensorSqueezeInfo, so the
+    // record's class decides between the two.
+    case LAYER_TENSOR_SQUEEZE:
+    case LAYER_TENSOR_UNSQUEEZE:
+      return dynamic_cast<const TensorUnSqueezeInfo*>(&layer) ? "TensorUnSqueeze_Fallback_M1"
+                                                               : "TensorSqueeze_Fallback_M1";
+    case LAYER_TENSOR_RESHAPE:
+      return "TensorReshape_Fallback_M1";
+    case LAYER_TENSOR_TRANSPOSE:
+      return "TensorTranspose_Fallback_M1";
+    case LAYER_TENSOR_EXPAND:
+      return "TensorExpand_Fallback_M1";
+    case LAYER_TENSOR_SLICE:
+      return "TensorSlice_Fallback_M1";
+    case LAYER_TENSOR_GETITEM:
+      return "TensorGetItem_Fallback_M1";
+    // Prepared configurations are CHW throughout; a CHW concatenation is one
+    // copy per input row, which no vector form improves on.
+    case LAYER_CONCATENATE:
+      return "Concatenate_Fallback_Float_M1";
+    case LAYER_PAD1D:
+      return "Pad1d_Fallback_Float_M1";
+    case LAYER_PAD2D:
+      if (avx) return "Pad2d_AVX_CHW_Float_M1";
+      if (sse) return "Pad2d_SSE_CHW_Float_M1";
+      return "Pad2d_Fallback_Float_M1";
+    case LAYER_PIXELSHUFFLE:
+      if (avx) return "PixelShuffle_AVX_CHW_Float_M1";
+      if (sse) return "PixelShuffle_SSE_CHW_Float_M1";
+      return "PixelShuffle_Fallback_CHW_Float_M1";
+    case LAYER_SPACE_TO_DEPTH:
+      return "SpaceToDepth_Fallback_CHW_Float_M1";
+    // The CBLAS product runs on every x86-64; only the portable family keeps
+    // the scalar reference.
+    case LAYER_GEMM:
+      return sse || avx || sgemm ? "Gemm_SGEMM_Float_M1" : "Gemm_Fallback_Float_M1";
+    case LAYER_PLACEHOLDER: {
+      const auto* p = dynamic_cast<const LayerPlaceholderInfo*>(&layer);
+      utility::Log(utility::kLogError,
+                   "Layer <%s> is a placeholder (%s): it describes a layer this library cannot run, and no kernel "
+                   "is registered for it.",
+                   layer.id.c_str(), p ? p->desc.c_str() : "");
+      return "";
+    }
     default:
       return "";
   }

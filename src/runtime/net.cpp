@@ -19,12 +19,14 @@ void Fail(const char* format, const std::string& a, const std::string& b = std::
   throw ForwardFailure();
 }
 
-// Checks and runs one kernel on `inputs`.
-Tensors Run(const IKernel& kernel, const Tensors& inputs, const std::shared_ptr<Context>& ctx, const Layer& layer) {
+// Checks and runs one kernel on `inputs`; `reuse` tells the kernel whether it
+// may overwrite their storage.
+Tensors Run(const IKernel& kernel, const Tensors& inputs, const std::shared_ptr<Context>& ctx, const Layer& layer,
+            bool reuse = false) {
   const std::int32_t valid = kernel.IsValidInput(inputs);
   if (valid != 0) Fail("Invalid input of layer <%s> for kernel <%s> (code %d).", layer.id, kernel.GetName(), valid);
   Tensors outputs;
-  if (!kernel.SetOutputs(ctx, inputs, false, outputs)) outputs.clear();
+  if (!kernel.SetOutputs(ctx, inputs, reuse, outputs)) outputs.clear();
   if (!kernel.Forward(inputs, outputs, ctx)) Fail("Forward of layer <%s> with kernel <%s> failed.", layer.id, kernel.GetName());
   if (outputs.empty() || std::any_of(outputs.begin(), outputs.end(), [](const auto& t) { return !t; })) {
     Fail("Kernel <%s> of layer <%s> gave no output.", kernel.GetName(), layer.id);
@@ -52,7 +54,43 @@ Tensors Convert(const std::map<std::uint32_t, std::shared_ptr<IKernel>>& convert
   return out;
 }
 
+// Whether two tensors' storage overlaps (views share their input's storage).
+bool Overlap(const Tensor& a, const Tensor& b) {
+  const char* pa = static_cast<const char*>(a.Data());
+  const char* pb = static_cast<const char*>(b.Data());
+  if (!pa || !pb) return false;
+  const std::size_t na = a.shape.Bytes(), nb = b.shape.Bytes();
+  return pa < pb + (nb ? nb : 1) && pb < pa + (na ? na : 1);
+}
+
 }  // namespace
+
+bool Net::MayOverwrite(std::uint32_t i, const std::vector<std::shared_ptr<Tensor>>& in,
+                       const std::vector<std::vector<std::shared_ptr<Tensor>>>& outputs, const TensorMap& inputs,
+                       const std::vector<std::uint32_t>& output_ids) const {
+  auto protected_by = [&](const Tensor& t) {
+    for (const auto& entry : inputs) {
+      if (entry.second && Overlap(t, *entry.second)) return true;  // the caller's tensors
+    }
+    for (std::uint32_t q = 0; q < i; ++q) {
+      if (outputs[q].empty()) continue;
+      const bool needed = last_reader_[q] > static_cast<std::int64_t>(i) || type_names_[q] == "Input" ||
+                          std::find(output_ids.begin(), output_ids.end(), q) != output_ids.end();
+      if (!needed) continue;
+      for (const auto& o : outputs[q]) {
+        if (o && Overlap(t, *o)) return true;
+      }
+    }
+    return false;
+  };
+  for (std::size_t a = 0; a < in.size(); ++a) {
+    if (!in[a] || protected_by(*in[a])) return false;
+    for (std::size_t b = a + 1; b < in.size(); ++b) {
+      if (in[b] && Overlap(*in[a], *in[b])) return false;  // read twice by this layer
+    }
+  }
+  return true;
+}
 
 std::int64_t Net::IndexOf(const std::string& id) const {
   auto it = index_of_.find(id);
@@ -99,7 +137,8 @@ OutputMap Net::Forward(const TensorMap& inputs, const std::vector<std::uint32_t>
         }
       }
       in = timed_convert(layer.input_converters, in);
-      Tensors out = is_input ? in : Run(*layer.kernel, in, context, layer);
+      // A kernel may write over its inputs only where nobody needs them any more.
+      Tensors out = is_input ? in : Run(*layer.kernel, in, context, layer, MayOverwrite(i, in, outputs, inputs, output_ids));
       out = timed_convert(layer.output_converters, out);
       outputs[i] = std::move(out);
 

@@ -1,5 +1,7 @@
+#include <algorithm>
 #include <cstdlib>
 #include <functional>
+#include <unordered_map>
 
 #include "tarn/runtime/net.h"
 #include "tarn/utility/log.h"
@@ -47,6 +49,118 @@ std::shared_ptr<IKernel> ConfigKernel(std::shared_ptr<KernelInferenceConfig> cfg
   return kernel;
 }
 
+namespace {
+
+// A field of the record when it is of class T (a repeated layer id can leave a
+// record whose class is not the one its type code names), else -1.
+template <typename T, typename Member>
+std::int64_t Field(const LayerInfo& layer, Member field) {
+  const T* record = dynamic_cast<const T*>(&layer);
+  return record ? static_cast<std::int64_t>(record->*field) : -1;
+}
+
+// The record-fixed channel count of one layer's output from its inputs' counts.
+std::int64_t LayerChannels(const LayerInfo& layer, const std::vector<std::int64_t>& in) {
+  const std::int64_t first = in.empty() ? -1 : in[0];
+  switch (layer.type) {
+    case LAYER_CONV2D:
+      return Field<Conv2dInfo>(layer, &Conv2dInfo::out_channels);
+    case LAYER_CONVTRANSPOSE2D:
+      return Field<ConvTranspose2dInfo>(layer, &ConvTranspose2dInfo::out_channels);
+    case LAYER_SQFC_CONV2D:
+    case LAYER_SQFC_CONV2D_FOLDED_BN:
+      return Field<SQFCConv2dInfo>(layer, &SQFCConv2dInfo::out_channels);
+    case LAYER_CONV1D:
+      return Field<Conv1dInfo>(layer, &Conv1dInfo::out_channels);
+    case LAYER_FULLCONNECTION:
+      return Field<FullConnectionInfo>(layer, &FullConnectionInfo::out_features);
+    case LAYER_BATCHNORM2D:
+      return Field<BatchNorm2dInfo>(layer, &BatchNorm2dInfo::num_features);
+    case LAYER_BATCHNORM1D:
+      return Field<BatchNorm1dInfo>(layer, &BatchNorm1dInfo::num_features);
+    case LAYER_INSTANCENORM2D:
+      return Field<InstanceNorm2dInfo>(layer, &InstanceNorm2dInfo::num_features);
+    case LAYER_CONCATENATE: {
+      std::int64_t sum = 0;
+      for (std::int64_t c : in) {
+        if (c < 0) return -1;
+        sum += c;
+      }
+      const std::int64_t dim = Field<ConcatenateInfo>(layer, &ConcatenateInfo::dim);
+      if (dim < 0) return -1;
+      if (dim == 0) return in.empty() ? -1 : sum;
+      for (std::int64_t c : in) {
+        if (c != first) return -1;
+      }
+      return first;
+    }
+    case LAYER_PIXELSHUFFLE: {
+      const auto* info = dynamic_cast<const PixelShuffleInfo*>(&layer);
+      if (!info) return -1;
+      const float r = info->upscale_factor;
+      if (first < 0 || !(r >= 1.0f && r <= 65535.0f) || r != static_cast<float>(static_cast<std::int64_t>(r))) return -1;
+      const std::int64_t rr = static_cast<std::int64_t>(r) * static_cast<std::int64_t>(r);
+      return first % rr == 0 ? first / rr : -1;
+    }
+    case LAYER_SPACE_TO_DEPTH: {
+      const auto* info = dynamic_cast<const SpaceToDepthInfo*>(&layer);
+      if (!info) return -1;
+      const float b = info->scale_factor;
+      if (first < 0 || !(b >= 1.0f && b <= 65535.0f) || b != static_cast<float>(static_cast<std::int64_t>(b))) return -1;
+      return first * static_cast<std::int64_t>(b) * static_cast<std::int64_t>(b);
+    }
+    case LAYER_BROADCAST: {
+      std::int64_t most = -1;
+      for (std::int64_t c : in) {
+        if (c < 0) return -1;
+        most = std::max(most, c);
+      }
+      return most;
+    }
+    case LAYER_ELEMENTWISE:
+      for (std::int64_t c : in) {
+        if (c >= 0) return c;
+      }
+      return -1;
+    case LAYER_ACTIVATION:
+    case LAYER_AVGPOOL2D:
+    case LAYER_MAXPOOL2D:
+    case LAYER_ADAPTIVE_AVGPOOL2D:
+    case LAYER_ADAPTIVE_MAXPOOL2D:
+    case LAYER_UPSAMPLE2D:
+    case LAYER_PAD2D:
+    case LAYER_CLIP:
+    case LAYER_SOFTMAX:
+    case LAYER_GRIDSAMPLE:
+      return first;
+    default:
+      return -1;
+  }
+}
+
+}  // namespace
+
+std::vector<std::int64_t> InferChannelCounts(const TRModelInfo& model) {
+  std::vector<std::int64_t> counts;
+  std::unordered_map<std::string, std::size_t> seen;
+  for (std::size_t i = 0; i < model.squential_ids.size(); ++i) {
+    const std::string& id = model.squential_ids[i];
+    auto it = model.layers.find(id);
+    std::int64_t count = -1;
+    if (it != model.layers.end() && it->second) {
+      std::vector<std::int64_t> in;
+      for (const std::string& input : it->second->input_ids) {
+        auto p = seen.find(input);
+        in.push_back(p == seen.end() ? -1 : counts[p->second]);
+      }
+      count = LayerChannels(*it->second, in);
+    }
+    counts.push_back(count);
+    seen[id] = i;  // a repeated id reads the latest layer of that name
+  }
+  return counts;
+}
+
 class NetBuilder {
  public:
   // Lays out the layers of `model`; `configure` fills each layer's kernels.
@@ -68,6 +182,7 @@ class NetBuilder {
       net->index_of_.emplace(id, static_cast<std::uint32_t>(i));
     }
     Link(*net);
+    HandOverChannels(model, *net);
     return net;
   }
 
@@ -90,6 +205,18 @@ class NetBuilder {
         }
       }
       seen[layer.id] = static_cast<std::uint32_t>(i);  // a repeated id reads the latest layer of that name
+    }
+  }
+
+  // Gives the kernels that need them the channel counts of their inputs.
+  static void HandOverChannels(const TRModelInfo& model, Net& net) {
+    const std::vector<std::int64_t> counts = InferChannelCounts(model);
+    for (size_t i = 0; i < net.layers_.size(); ++i) {
+      auto* receiver = dynamic_cast<BlockedChannelsReceiver*>(net.layers_[i]->kernel.get());
+      if (!receiver) continue;
+      std::vector<std::int64_t> in;
+      for (std::int64_t p : net.producers_[i]) in.push_back(p >= 0 ? counts[p] : -1);
+      receiver->SetInputChannels(in);
     }
   }
 };

@@ -45,6 +45,19 @@ class IKernel {
   virtual std::int32_t IsValidOutput(const std::vector<std::shared_ptr<Tensor>>& outputs) const = 0;
 };
 
+// Channel-blocked tensors ([C/4, H, W, 4], [C/8, H, W, 8]) do not record how
+// many lanes of their last block are real channels (the lanes beyond are
+// zero). A kernel that needs those counts (a channel concatenation, a padding
+// with a non-zero border value) also implements this interface: the net
+// builder calls SetInputChannels once, after Config, with one entry per input
+// in input order: the channel count that the records of the producing layers
+// fix (see InferChannelCounts in tarn/runtime/net.h), or -1 where none does.
+class BlockedChannelsReceiver {
+ public:
+  virtual ~BlockedChannelsReceiver();
+  virtual void SetInputChannels(const std::vector<std::int64_t>& channels) = 0;
+};
+
 using IKernelPtr = std::shared_ptr<IKernel>;
 using KernelRegistry = ClassRegistry<std::shared_ptr<IKernel>>;
 

@@ -54,6 +54,14 @@ class Net {
 
  private:
   friend class NetBuilder;
+  // Whether the kernel of layer i may write over the storage of its inputs
+  // `in`: false when a tensor that a later layer reads, that the caller gets
+  // back, or that the caller gave (a view of any of them included) shares
+  // it, or when the layer reads the same storage twice. In-place kernels hand
+  // out a fresh output otherwise (IKernel::SetOutputs' reuse).
+  bool MayOverwrite(std::uint32_t i, const std::vector<std::shared_ptr<Tensor>>& in,
+                    const std::vector<std::vector<std::shared_ptr<Tensor>>>& outputs, const TensorMap& inputs,
+                    const std::vector<std::uint32_t>& output_ids) const;
   std::vector<LayerPtr> layers_;
   std::map<std::string, std::uint32_t> inputs_;
   std::vector<std::string> output_ids_;
@@ -85,6 +93,29 @@ std::shared_ptr<Net> CreateNet(const std::shared_ptr<TRModelInfo>& model, std::s
 
 // Converter slot of a kernel id: base-10, stopping at the first non-digit.
 std::uint32_t ParseKernelId(const std::string& id);
+
+// The channel count of every layer's output, in the model's sequence order,
+// as the layer records fix it; -1 where they do not. Blocked tensors do not
+// record their real channels, so this is what the net builder hands to the
+// kernels that need them (BlockedChannelsReceiver, once per kernel after
+// Config, one count per input id). The rules, by record:
+//   - convolutions (Conv1d, Conv2d, ConvTranspose2d, SQFC): out_channels;
+//     FullConnection: out_features; BatchNorm1d/2d, InstanceNorm2d:
+//     num_features;
+//   - Concatenate along dim 0: the sum of its inputs (-1 if one is unknown);
+//     along another dim: its inputs' common count;
+//   - PixelShuffle: input / r^2 (when r^2 divides it); SpaceToDepth:
+//     input * b^2;
+//   - layers that keep the channels (activations, pooling, adaptive
+//     pooling, upsampling, 2-D padding, clip, softmax, grid sample,
+//     element-wise operations): their first input's count (a broadcast: the
+//     larger of its two inputs' counts);
+//   - every other record (input layers, reshapes, slices, Gemm, recurrent
+//     layers, ...): -1.
+// A configuration that concatenates or pads blocked tensors relies on these
+// counts; where one is -1 the kernel refuses the input and the layer must
+// run in CHW.
+std::vector<std::int64_t> InferChannelCounts(const TRModelInfo& model);
 
 }  // namespace runtime
 }  // namespace tarn

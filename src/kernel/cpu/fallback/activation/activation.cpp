@@ -135,13 +135,42 @@ std::shared_ptr<runtime::TensorCPU> ActivationKernelBase::CreateOutput(
   return context->cpu->CreateTensor(inputs[0]->shape, nullptr);
 }
 
+bool ActivationKernelBase::SetOutputs(const std::shared_ptr<runtime::Context>& context,
+                                      const std::vector<std::shared_ptr<runtime::Tensor>>& inputs, const bool& reuse,
+                                      std::vector<std::shared_ptr<runtime::Tensor>>& outputs) const {
+  if (!in_place_ || inputs.size() != 1 || !inputs[0]) return false;
+  if (reuse) {
+    outputs = inputs;
+    return true;
+  }
+  auto out = CreateOutput(inputs, context);
+  if (!out) return false;
+  outputs.assign(1, out);
+  return true;
+}
+
+std::shared_ptr<runtime::Tensor> ActivationKernelBase::SeparateOutput(
+    const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+    const std::vector<std::shared_ptr<runtime::Tensor>>& outputs) {
+  if (outputs.size() != 1 || !outputs[0] || outputs[0] == inputs[0] || outputs[0]->shape != inputs[0]->shape ||
+      !outputs[0]->Data()) {
+    return nullptr;
+  }
+  return outputs[0];
+}
+
 bool ActivationKernelBase::Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                                    std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                                    std::shared_ptr<runtime::Context> context) const {
   if (in_place_) {
     if (inputs.empty() || !inputs[0]) return false;
-    float* p = static_cast<float*>(inputs[0]->Data());
-    fn_(p, functional::ActivationElementCount(inputs[0]->shape), p);
+    const float* src = static_cast<const float*>(inputs[0]->Data());
+    const std::uint32_t n = functional::ActivationElementCount(inputs[0]->shape);
+    if (auto out = SeparateOutput(inputs, outputs)) {
+      fn_(src, n, static_cast<float*>(out->Data()));
+      return true;
+    }
+    fn_(src, n, const_cast<float*>(src));
     outputs = inputs;
     return true;
   }
@@ -170,6 +199,11 @@ bool PReLUKernelBase::Forward(const std::vector<std::shared_ptr<runtime::Tensor>
                               std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                               std::shared_ptr<runtime::Context>) const {
   if (inputs.empty() || !inputs[0]) return false;
+  if (auto out = SeparateOutput(inputs, outputs)) {
+    std::memcpy(out->Data(), inputs[0]->Data(), inputs[0]->shape.Bytes());
+    prelu_(out, slope);
+    return true;
+  }
   prelu_(inputs[0], slope);
   outputs = inputs;
   return true;

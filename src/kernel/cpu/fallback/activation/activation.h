@@ -10,7 +10,11 @@ namespace kernel {
 
 // One float tensor in, one out of the same shape, computed by the element
 // function the kernel class hands over: into a fresh tensor, or in place over
-// the input, which is then handed on.
+// the input, which is then handed on. An in-place kernel overwrites its input
+// only where its caller allows it: SetOutputs with reuse false hands out a
+// fresh output that Forward then fills (the net does so whenever another
+// reader, the caller or a view still needs the input's storage); called
+// without outputs, Forward works in place.
 class ActivationKernelBase : public KernelBase {
  public:
   using ElementFn = void (*)(const float*, const std::uint32_t&, float*);
@@ -24,11 +28,19 @@ class ActivationKernelBase : public KernelBase {
   std::vector<runtime::TensorShape> GetOutputShapes(const std::vector<runtime::TensorShape>& inputs) const override;
   // One float tensor in main memory whose element count fits 32 bits.
   std::int32_t IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const override;
+  // In-place kernels: the input itself with reuse, else a fresh output.
+  bool SetOutputs(const std::shared_ptr<runtime::Context>& context,
+                  const std::vector<std::shared_ptr<runtime::Tensor>>& inputs, const bool& reuse,
+                  std::vector<std::shared_ptr<runtime::Tensor>>& outputs) const override;
   bool Forward(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                std::shared_ptr<runtime::Context> context) const override;
 
  protected:
+  // The fresh output SetOutputs handed out for an in-place kernel, or null
+  // when Forward is to work in place.
+  static std::shared_ptr<runtime::Tensor> SeparateOutput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+                                                         const std::vector<std::shared_ptr<runtime::Tensor>>& outputs);
   // The checked record, or null (after the type assertion) when IsValidParam fails.
   std::shared_ptr<runtime::ActivationInfo> CheckedRecord(const std::shared_ptr<runtime::LayerInfo>& layer,
                                                          const std::shared_ptr<runtime::InferenceParam>& param) const;
@@ -61,7 +73,7 @@ class LeakyKernelBase : public ActivationKernelBase {
 class PReLUKernelBase : public ActivationKernelBase {
  public:
   using PReLUFn = void (*)(const std::shared_ptr<runtime::Tensor>&, float);
-  explicit PReLUKernelBase(PReLUFn fn) : prelu_(fn) {}
+  explicit PReLUKernelBase(PReLUFn fn) : ActivationKernelBase(nullptr, true), prelu_(fn) {}
   // An empty or undecodable "weight" leaves the kernel unconfigured.
   bool Config(std::shared_ptr<runtime::LayerInfo> layer, std::shared_ptr<runtime::InferenceParam> param,
               std::shared_ptr<runtime::Context> context) override;
