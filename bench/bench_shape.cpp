@@ -171,9 +171,11 @@ class SummaryReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
     ConsoleReporter::ReportRuns(runs);
+    // With --benchmark_repetitions the summary takes the medians.
     for (const auto& r : runs) {
+      if (r.run_type == Run::RT_Aggregate ? r.aggregate_name != "median" : r.repetitions > 1) continue;
       auto it = r.counters.find("GBps");
-      if (it != r.counters.end()) rows_.emplace_back(r.benchmark_name(), it->second.value / 1e9);
+      if (it != r.counters.end()) rows_.emplace_back(r.run_name.str(), it->second.value / 1e9);
     }
   }
   void Finalize() override {

@@ -194,12 +194,14 @@ using PlaceFn = void (*)(const float*, std::uint32_t, std::uint32_t, std::uint32
 
 // The vector channel placement equals the portable one bit for bit for every
 // offset within a block, channel counts up to three blocks and pixel counts
-// that leave every tail: the output's earlier lanes are kept, lanes beyond
-// the input's channels are cleared whatever the input's tail lanes hold.
+// that leave every tail of the four-pixel step, plus one that spans three
+// 128-pixel (two 256-pixel) chunks with a rest: the output's earlier lanes
+// are kept, lanes beyond the input's channels are cleared whatever the
+// input's tail lanes hold.
 inline void ExpectPlacementMatchesPortable(PlaceFn place, std::uint32_t lanes) {
   for (std::uint32_t offset = 0; offset < 2 * lanes + 1; ++offset) {
     for (std::uint32_t channels = 1; channels <= 3 * lanes + 1; ++channels) {
-      for (std::uint32_t pixels : {1u, 2u, 5u, 9u}) {
+      for (std::uint32_t pixels : {1u, 2u, 3u, 4u, 5u, 7u, 8u, 9u, 259u}) {
         const std::uint32_t in_blocks = (channels + lanes - 1) / lanes;
         const std::uint32_t out_blocks = (offset + channels + lanes - 1) / lanes;
         const size_t plane = size_t(pixels) * lanes;
