@@ -5,6 +5,9 @@ Run with Debian's Python (it sees python3-torch):
     /usr/bin/python3 bench/torch_resampling_peer.py [--min-time SECONDS]
 Prints one markdown row per operation with us/call and GB/s, the traffic
 counted as bench_resampling counts it (bytes read once plus bytes written).
+Times are CPU seconds of this process, as bench_resampling counts them, so
+the two columns stay comparable on a shared machine (one thread: CPU time is
+the time of the work).
 """
 import argparse
 import time
@@ -18,11 +21,11 @@ BYTES = C * H * W * 4
 
 def timed(fn, min_time):
     fn()
-    calls, start = 0, time.perf_counter()
+    calls, start = 0, time.process_time()
     while True:
         fn()
         calls += 1
-        elapsed = time.perf_counter() - start
+        elapsed = time.process_time() - start
         if elapsed >= min_time and calls >= 3:
             return elapsed / calls
 

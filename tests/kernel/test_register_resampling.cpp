@@ -22,7 +22,6 @@ namespace testing {
 namespace {
 
 TEST(ResamplingRegistration, EachFamilyRegistersItsMembers) {
-  const runtime::CPUDeviceInfo cpu = runtime::DetectCPUDevice();
   struct Family {
     void (*reg)(runtime::KernelRegistry&);
     std::vector<std::string> names;
@@ -56,7 +55,6 @@ TEST(ResamplingRegistration, EachFamilyRegistersItsMembers) {
       EXPECT_EQ(k->IsValidParam(std::make_shared<runtime::InputInfo>(), nullptr), kernel::kInvalidParam) << name;
     }
   }
-  (void)cpu;
 }
 
 // A model with one layer of each record type, fed by an image [3, 6, 5], a
