@@ -32,6 +32,13 @@ Tensors Run(const IKernel& kernel, const Tensors& inputs, const std::shared_ptr<
   return outputs;
 }
 
+std::vector<TensorShape> Shapes(const Tensors& tensors) {
+  std::vector<TensorShape> shapes;
+  shapes.reserve(tensors.size());
+  for (const auto& t : tensors) shapes.push_back(t->shape);
+  return shapes;
+}
+
 // Passes every tensor through the converters, in kernel-id order.
 Tensors Convert(const std::map<std::uint32_t, std::shared_ptr<IKernel>>& converters, const Tensors& tensors,
                 const std::shared_ptr<Context>& ctx, const Layer& layer) {
@@ -68,6 +75,7 @@ OutputMap Net::Forward(const TensorMap& inputs, const std::vector<std::uint32_t>
   if (layer_times) layer_times->reserve(layer_times->size() + layers_.size());
   if (converter_times) converter_times->reserve(converter_times->size() + layers_.size());
 
+  if (profiler) profiler->BeginPass();
   OutputMap result;
   std::vector<Tensors> outputs(layers_.size());
   auto wanted = [&output_ids](std::uint32_t i) {
@@ -100,6 +108,7 @@ OutputMap Net::Forward(const TensorMap& inputs, const std::vector<std::uint32_t>
       }
       in = timed_convert(layer.input_converters, in);
       Tensors out = is_input ? in : Run(*layer.kernel, in, context, layer);
+      const double flops = profiler && layer.layer_info ? LayerFlops(*layer.layer_info, Shapes(in), Shapes(out)) : 0.0;
       out = timed_convert(layer.output_converters, out);
       outputs[i] = std::move(out);
 
@@ -122,15 +131,21 @@ OutputMap Net::Forward(const TensorMap& inputs, const std::vector<std::uint32_t>
             converter_times->push_back(static_cast<float>(converter_ms));
           }
         }
-        if (profiler) profiler->Record(i, layer.id, type_names_[i], ms);
+        if (profiler) {
+          profiler->Record(i, layer.id, type_names_[i], layer.kernel ? layer.kernel->GetName() : std::string(), start,
+                           ms, flops);
+        }
       }
     }
   } catch (const ForwardFailure&) {
+    if (profiler) profiler->EndPass(false);
     return OutputMap();
   } catch (const std::exception& e) {
     utility::Log(utility::kLogError, "Forward failed: %s", e.what());
+    if (profiler) profiler->EndPass(false);
     return OutputMap();
   }
+  if (profiler) profiler->EndPass(true);
   return result;
 }
 
