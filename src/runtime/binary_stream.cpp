@@ -4,6 +4,9 @@
 #include <cstring>
 #include <typeinfo>
 
+#include "runtime/base64.h"
+#include "tarn/runtime/layer_info.h"
+#include "tarn/runtime/version1.h"
 #include "tarn/utility/log.h"
 
 namespace tarn {
@@ -19,6 +22,24 @@ int StreamError(FILE* stream) { return stream ? std::ferror(stream) : -1; }
 // Elements read per step when the stream's size is unknown (pipes), so that a
 // hostile count cannot make the reader allocate far beyond the data present.
 constexpr size_t kUnknownSizeChunkBytes = size_t(1) << 20;
+
+// The header as the first four bytes of a file: a version-1 file starts with
+// its file version or a message marker instead.
+tarn1::Version1Detection Version1Header(std::uint32_t header) {
+  unsigned char bytes[4];
+  for (int i = 0; i < 4; ++i) bytes[i] = static_cast<unsigned char>(header >> (8 * i));
+  return tarn1::DetectVersion1(bytes, sizeof bytes);
+}
+
+// Every half's exact float, so widening a weight is one lookup (256 KB).
+const float* HalfToFloat() {
+  static const auto* table = [] {
+    auto* t = new std::vector<float>(65536);
+    for (unsigned h = 0; h < 65536; ++h) (*t)[h] = static_cast<float>(half_float::half::FromBits(static_cast<std::uint16_t>(h)));
+    return t;
+  }();
+  return table->data();
+}
 
 }  // namespace
 
@@ -113,6 +134,13 @@ void FILEWriter::Visit(std::vector<std::vector<unsigned short>>* v, const char*)
 FILEReader::FILEReader(const char* path) : stream_(std::fopen(path, "rb")), external_stream_(false) {
   DetectEnd();
   ReadScalar(&protocol_version_);
+  const tarn1::Version1Detection legacy = Version1Header(protocol_version_);
+  if (legacy.detected) {
+    // The destructor does not run for a constructor that throws.
+    std::fclose(stream_);
+    stream_ = nullptr;
+    utility::AssertFailedMessage(tarn1::Version1Message(path, legacy));
+  }
 }
 
 FILEReader::FILEReader(FILE* stream, unsigned int version) : stream_(stream), external_stream_(true) {
@@ -152,6 +180,8 @@ void FILEReader::DetectEnd() {
 
 void FILEReader::ReadHeader() {
   ReadScalar(&protocol_version_);
+  const tarn1::Version1Detection legacy = Version1Header(protocol_version_);
+  if (legacy.detected) utility::AssertFailedMessage(tarn1::Version1Message("The stream", legacy));
   utility::Assert(protocol_version_ <= kSerializationProtocolVersion,
                   "_serialization_protocol_version > __SERIALIZATION_PROTOCOL_VERSION__.");
 }

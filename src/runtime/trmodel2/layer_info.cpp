@@ -5,6 +5,8 @@
 #include <stdexcept>
 #include <unordered_map>
 
+#include "runtime/base64.h"
+#include "runtime/record_registration.h"
 #include "tarn/runtime/binary_stream.h"
 #include "tarn/runtime/json_binding.h"
 #include "tarn/utility/log.h"
@@ -671,6 +673,15 @@ std::string EncodeWeights(const float* values, size_t count) {
 }
 
 std::string EncodeWeights(const std::vector<float>& values) { return EncodeWeights(values.data(), values.size()); }
+
+void RegisterLayerRecords(SerializableRegistry& registry) {
+  for (const auto& entry : CreatorsByCode()) {
+    LayerInfoPtr record = entry.second();
+    registry.Register(record->GetClassTypeName(), [creator = entry.second] { return SerializablePtr(creator()); },
+                      false);
+  }
+  RegisterRecord<TensorDimemsionSamplingInfo>(registry);
+}
 
 }  // namespace runtime
 }  // namespace tarn
