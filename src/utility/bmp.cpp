@@ -12,7 +12,6 @@ namespace utility {
 namespace {
 
 constexpr std::size_t kFileHeader = 14;
-constexpr std::uint64_t kMaxFileBytes = std::uint64_t(1) << 30;
 
 std::uint16_t U16(const std::uint8_t* p) { return static_cast<std::uint16_t>(p[0] | (p[1] << 8)); }
 std::uint32_t U32(const std::uint8_t* p) {
@@ -178,12 +177,7 @@ std::shared_ptr<runtime::TensorCPU> ReadBMP(const std::string& path, const std::
                                             BMPChannelOrder order, std::string* error) {
   const ReaderFailure fail{"BMP", error};
   std::vector<std::uint8_t> bytes;
-  switch (ReadFileBytes(path, kMaxFileBytes, &bytes)) {
-    case FileBytesResult::kOk: break;
-    case FileBytesResult::kCannotOpen: fail("cannot open %s", path.c_str()); return nullptr;
-    case FileBytesResult::kCannotRead: fail("cannot read %s", path.c_str()); return nullptr;
-    case FileBytesResult::kTooLarge: fail("%s is larger than 1 GiB", path.c_str()); return nullptr;
-  }
+  if (!fail.Check(ReadFileBytes(path, kMaxFileBytes, &bytes), path)) return nullptr;
   std::string reason;
   auto image = DecodeBMP(bytes.data(), bytes.size(), device, order, &reason);
   if (image == nullptr && error != nullptr) *error = path + ": " + reason;
@@ -275,18 +269,7 @@ bool WriteBMP(const std::string& path, const std::shared_ptr<runtime::Tensor>& i
   const ReaderFailure fail{"BMP", error};
   std::vector<std::uint8_t> bytes;
   if (!EncodeBMP(image, &bytes, order, error)) return false;
-  FILE* f = std::fopen(path.c_str(), "wb");
-  if (f == nullptr) {
-    fail("cannot open %s for writing", path.c_str());
-    return false;
-  }
-  const bool written = std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
-  const bool closed = std::fclose(f) == 0;
-  if (!written || !closed) {
-    fail("cannot write %s", path.c_str());
-    return false;
-  }
-  return true;
+  return fail.Check(WriteFileBytes(path, bytes), path);
 }
 
 }  // namespace utility

@@ -29,6 +29,14 @@ FileBytesResult ReadFileBytes(const std::string& path, std::uint64_t max_bytes, 
   return FileBytesResult::kOk;
 }
 
+FileBytesResult WriteFileBytes(const std::string& path, const std::vector<std::uint8_t>& bytes) {
+  FILE* f = std::fopen(path.c_str(), "wb");
+  if (f == nullptr) return FileBytesResult::kCannotOpen;
+  const bool written = bytes.empty() || std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
+  const bool closed = std::fclose(f) == 0;
+  return written && closed ? FileBytesResult::kOk : FileBytesResult::kCannotWrite;
+}
+
 void ReaderFailure::operator()(const char* format, ...) const {
   char buf[512];
   va_list args;
@@ -37,6 +45,17 @@ void ReaderFailure::operator()(const char* format, ...) const {
   va_end(args);
   Log(kLogError, "%s: %s", prefix, buf);
   if (error != nullptr) *error = buf;
+}
+
+bool ReaderFailure::Check(FileBytesResult result, const std::string& path) const {
+  switch (result) {
+    case FileBytesResult::kOk: return true;
+    case FileBytesResult::kCannotOpen: (*this)("cannot open %s", path.c_str()); return false;
+    case FileBytesResult::kCannotRead: (*this)("cannot read %s", path.c_str()); return false;
+    case FileBytesResult::kCannotWrite: (*this)("cannot write %s", path.c_str()); return false;
+    case FileBytesResult::kTooLarge: (*this)("%s is larger than 1 GiB", path.c_str()); return false;
+  }
+  return false;
 }
 
 }  // namespace utility

@@ -11,7 +11,6 @@ namespace {
 
 constexpr char kMagic[] = "\x93NUMPY";
 constexpr std::size_t kMagicBytes = 6;
-constexpr std::uint64_t kMaxFileBytes = std::uint64_t(1) << 30;
 constexpr std::size_t kMaxRank = 8;
 
 // The header dictionary, read as the Python literal np.save writes:
@@ -211,12 +210,7 @@ bool DecodeNPY(const void* data, std::size_t size, NpyArray* out, std::string* e
 bool ReadNPY(const std::string& path, NpyArray* out, std::string* error) {
   const ReaderFailure fail{"NPY", error};
   std::vector<std::uint8_t> bytes;
-  switch (ReadFileBytes(path, kMaxFileBytes, &bytes)) {
-    case FileBytesResult::kOk: break;
-    case FileBytesResult::kCannotOpen: fail("cannot open %s", path.c_str()); return false;
-    case FileBytesResult::kCannotRead: fail("cannot read %s", path.c_str()); return false;
-    case FileBytesResult::kTooLarge: fail("%s is larger than 1 GiB", path.c_str()); return false;
-  }
+  if (!fail.Check(ReadFileBytes(path, kMaxFileBytes, &bytes), path)) return false;
   std::string reason;
   if (DecodeNPY(bytes.data(), bytes.size(), out, &reason)) return true;
   if (error != nullptr) *error = path + ": " + reason;
@@ -267,18 +261,7 @@ bool WriteNPY(const std::string& path, const float* values, const std::vector<un
   const ReaderFailure fail{"NPY", error};
   std::vector<std::uint8_t> bytes;
   if (!EncodeNPY(values, shape, &bytes, error)) return false;
-  FILE* f = std::fopen(path.c_str(), "wb");
-  if (f == nullptr) {
-    fail("cannot open %s for writing", path.c_str());
-    return false;
-  }
-  const bool written = std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
-  const bool closed = std::fclose(f) == 0;
-  if (!written || !closed) {
-    fail("cannot write %s", path.c_str());
-    return false;
-  }
-  return true;
+  return fail.Check(WriteFileBytes(path, bytes), path);
 }
 
 }  // namespace utility

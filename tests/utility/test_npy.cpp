@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <string>
@@ -59,6 +60,13 @@ TEST(NpyWriter, MatchesNumPyByteForByte) {
   EXPECT_EQ(back.values, values);
   testing::LogCapture quiet;
   EXPECT_FALSE(utility::EncodeNPY(values.data(), {}, &out)) << "no zero-dimensional arrays";
+  std::string error;
+  EXPECT_FALSE(utility::WriteNPY("/nonexistent-dir/x.npy", values.data(), shape, &error));
+  EXPECT_NE(error.find("cannot open /nonexistent-dir/x.npy"), std::string::npos);
+  if (access("/dev/full", W_OK) == 0) {
+    EXPECT_FALSE(utility::WriteNPY("/dev/full", values.data(), shape, &error));
+    EXPECT_NE(error.find("cannot write /dev/full"), std::string::npos) << "a failed write is not a success";
+  }
 }
 
 struct RefusedFile {
