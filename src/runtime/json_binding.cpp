@@ -1,5 +1,7 @@
 #include "tarn/runtime/json_binding.h"
 
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <cstring>
 #include <limits>
@@ -345,6 +347,9 @@ void printjsonvalue(const JSONValue& value) { utility::Log(utility::kLogInfo, "%
 std::unique_ptr<char[]> ReadJsonFileText(const char* path, std::size_t* size) {
   std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path, "rb"), &std::fclose);
   utility::Assert(file != nullptr, "Error in opening the file [%s].", path);
+  // A directory opens on Linux and reports a size near 2^63: only regular files are read.
+  struct stat st;
+  utility::Assert(::fstat(::fileno(file.get()), &st) == 0 && S_ISREG(st.st_mode), "[%s] is not a regular file.", path);
   long length = -1;
   if (std::fseek(file.get(), 0, SEEK_END) == 0) length = std::ftell(file.get());
   utility::Assert(length >= 0 && std::fseek(file.get(), 0, SEEK_SET) == 0, "Error in read the whole file [%s].", path);
