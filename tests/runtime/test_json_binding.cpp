@@ -269,8 +269,8 @@ TEST_F(JsonFiles, ReadJsonFileWholeAndDirectoriesRefused) {
   testing::WriteAll(path, {'{', '}'});
   EXPECT_EQ(runtime::ReadJsonFile2StrStream(path.c_str()).str(), "{}");
   // Refused before its reported size (near 2^63) is allocated.
-  EXPECT_NE(testing::ThrownMessage([&] { runtime::ReadJsonFile2StrStream(dir.path().c_str()); }).find("is not a regular file"),
-            std::string::npos);
+  const std::string refusal = testing::ThrownMessage([&] { runtime::ReadJsonFile2StrStream(dir.path().c_str()); });
+  EXPECT_NE(refusal.find("is not a regular file"), std::string::npos) << refusal;
 }
 
 TEST_F(JsonFiles, NaNCannotBeWrittenToAPrettyFile) {
