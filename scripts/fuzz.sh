@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets with clang and runs each for SECONDS (default 600).
-# Usage: scripts/fuzz.sh [seconds] [target...]   (targets: fuzz_records, fuzz_bmp, ...)
+# Usage: scripts/fuzz.sh [seconds] [target...]   (targets: fuzz_records, fuzz_net, fuzz_bmp, fuzz_npy)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh fuzz

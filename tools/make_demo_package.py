@@ -4,8 +4,8 @@
 A small image classifier is built in PyTorch with fixed random weights and
 written in the library's JSON package format (layer records, base64 float32
 weights, a "cpu_sse" configuration naming one kernel per layer), together with
-an input and PyTorch's output for it, so the demo can show that the library
-gives the framework's numbers.
+an input and PyTorch's output for it (in a JSON file and as .npy arrays), so the
+demo and trn_run can show that the library gives the framework's numbers.
 
     /usr/bin/python3 tools/make_demo_package.py [output directory]
 """
@@ -29,11 +29,11 @@ def common(kind, layer_type, layer_id, inputs):
     return {"serializable_type": kind, "type": layer_type, "id": layer_id, "input_ids": inputs, "read_count": 0}
 
 
-def conv(layer_id, inputs, weight, bias, pad):
+def conv(layer_id, inputs, weight, bias, pad, stride=1):
     n, c, kh, kw = weight.shape
     rec = common("Conv2dInfo", 2, layer_id, inputs)
     rec.update({"in_channels": c, "out_channels": n, "kernel_x": kw, "kernel_y": kh, "padding_l": pad,
-                "padding_t": pad, "padding_r": pad, "padding_b": pad, "stride_x": 1, "stride_y": 1,
+                "padding_t": pad, "padding_r": pad, "padding_b": pad, "stride_x": stride, "stride_y": stride,
                 "dilation_x": 1, "dilation_y": 1, "groups": 1, "if_bias": True, "weight": b64(weight),
                 "bias": b64(bias)})
     return rec
@@ -46,9 +46,9 @@ def activation(layer_id, inputs, code):
     return rec
 
 
-def pool(kind, layer_type, layer_id, inputs, k, s):
+def pool(kind, layer_type, layer_id, inputs, k, s, pad=0):
     rec = common(kind, layer_type, layer_id, inputs)
-    rec.update({"kernel_x": k, "kernel_y": k, "padding_l": 0, "padding_t": 0, "padding_r": 0, "padding_b": 0,
+    rec.update({"kernel_x": k, "kernel_y": k, "padding_l": pad, "padding_t": pad, "padding_r": pad, "padding_b": pad,
                 "stride_x": s, "stride_y": s})
     if layer_type == 7:
         rec.update({"dilation_x": 1, "dilation_y": 1, "ceil_mode": False})
@@ -61,6 +61,32 @@ def kernel_cfg(name):
     return {"summary": "", "input_converters": {"kernel_ids": []},
             "kernel": {"kernel_ids": ["0"], "0": {"kernel_type": name, "infer_param_type": "none", "infer_param": {}}},
             "output_converters": {"kernel_ids": []}}
+
+
+def make_package(name, layers, output_ids, base_hw, summary):
+    """A package of one network: `layers` is a list of (record, kernel name)
+    in execution order; the "cpu_sse" configuration names one kernel per layer."""
+    ids = [rec["id"] for rec, _ in layers]
+    model = {"serializable_type": "TRModelInfo", "squential_output_ids": output_ids,
+             "extra_info": {"serializable_type": "NetExtraInfo", "version": 1, "app_type": 0, "model_id": 1,
+                            "model_base_h": base_hw, "model_base_w": base_hw, "fmlas": 0,
+                            "time": {"serializable_type": "TimeInfo", "year": 2026, "moon": 11, "day": 21, "hour": 0,
+                                     "min": 0, "sec": 0},
+                            "device": "cpu", "summary": summary},
+             "squential_ids": ids, "squential_types": [rec["type"] for rec, _ in layers]}
+    for rec, _ in layers:
+        model[rec["id"]] = rec
+    sse = {"summary": "cpu_sse", "squential_ids": ids}
+    for rec, kernel in layers:
+        sse[rec["id"]] = kernel_cfg(kernel)
+    empty = {"summary": "", "squential_ids": []}
+    cfgs = {"cpu_sse": sse}
+    for backend in ["cpu_avx", "cpu_armv7", "cpu_armv8", "gpu_opengl", "gpu_metal", "gpu_cuda", "cpu_armv82"]:
+        cfgs[backend] = empty
+    return {"serialization_protocol_version": 20015, "sdk_type": "cpu_sse", "core_major_ver": 1,
+            "core_minor_ver": 0, "sdk_major_ver": 1, "sdk_minor_ver": 0,
+            "model_arr": {"serializable_type": "TRModelInfoArr", "squential_ids": [name], name: model},
+            "config_arr": {"squential_ids": [name], name: cfgs}}
 
 
 def main(out_dir):
@@ -97,31 +123,14 @@ def main(out_dir):
                                                            "weight": b64(wf), "bias": b64(bf)},
          "FullConnection_SSE_C_Float_M1"),
     ]
-    ids = [rec["id"] for rec, _ in layers]
-    model = {"serializable_type": "TRModelInfo", "squential_output_ids": ["fc"],
-             "extra_info": {"serializable_type": "NetExtraInfo", "version": 1, "app_type": 0, "model_id": 1,
-                            "model_base_h": 32, "model_base_w": 32, "fmlas": 0,
-                            "time": {"serializable_type": "TimeInfo", "year": 2026, "moon": 11, "day": 21, "hour": 0,
-                                     "min": 0, "sec": 0},
-                            "device": "cpu", "summary": "tiny classifier made by tools/make_demo_package.py"},
-             "squential_ids": ids, "squential_types": [rec["type"] for rec, _ in layers]}
-    for rec, _ in layers:
-        model[rec["id"]] = rec
-    sse = {"summary": "cpu_sse", "squential_ids": ids}
-    for rec, kernel in layers:
-        sse[rec["id"]] = kernel_cfg(kernel)
-    empty = {"summary": "", "squential_ids": []}
-    cfgs = {"cpu_sse": sse}
-    for backend in ["cpu_avx", "cpu_armv7", "cpu_armv8", "gpu_opengl", "gpu_metal", "gpu_cuda", "cpu_armv82"]:
-        cfgs[backend] = empty
-    package = {"serialization_protocol_version": 20015, "sdk_type": "cpu_sse", "core_major_ver": 1,
-               "core_minor_ver": 0, "sdk_major_ver": 1, "sdk_minor_ver": 0,
-               "model_arr": {"serializable_type": "TRModelInfoArr", "squential_ids": ["tiny_cnn"], "tiny_cnn": model},
-               "config_arr": {"squential_ids": ["tiny_cnn"], "tiny_cnn": cfgs}}
+    package = make_package("tiny_cnn", layers, ["fc"], 32, "tiny classifier made by tools/make_demo_package.py")
     os.makedirs(out_dir, exist_ok=True)
     with open(os.path.join(out_dir, "tiny_cnn.json"), "w") as f:
         json.dump(package, f, indent=1)
         f.write("\n")
+    # The same input and output as NumPy arrays, for trn_run --input/--compare.
+    np.save(os.path.join(out_dir, "tiny_cnn_input.npy"), x[0].numpy().astype("<f4"))
+    np.save(os.path.join(out_dir, "tiny_cnn_output.npy"), y[0].numpy().astype("<f4"))
     reference = {"input_shape": [3, 32, 32], "input": b64(x[0]), "output_layer": "fc",
                  "output": [float("%.9g" % v) for v in y[0].numpy().astype(np.float32)]}
     with open(os.path.join(out_dir, "tiny_cnn_reference.json"), "w") as f:

@@ -18,6 +18,7 @@
 #include "tarn/runtime/inference_config.h"
 #include "tarn/runtime/json_binding.h"
 #include "tarn/runtime/model_info.h"
+#include "tarn/runtime/version1.h"
 #include "tarn/utility/log.h"
 
 using namespace tarn::runtime;
@@ -68,6 +69,8 @@ std::shared_ptr<Serializable> MakeRecord(Kind kind) {
 }
 
 std::shared_ptr<Serializable> Load(const std::string& path, Kind* kind_out) {
+  const tarn1::Version1Detection legacy = tarn1::DetectVersion1File(path.c_str());
+  if (legacy.detected) tarn::utility::AssertFailedMessage(tarn1::Version1Message(path, legacy));
   const Kind kind = IsJson(path) ? KindOfJson(path) : KindOfExtension(path);
   auto record = MakeRecord(kind);
   tarn::utility::Assert(record != nullptr, "Cannot tell what %s holds.", path.c_str());

@@ -4,6 +4,9 @@
 #include <cstring>
 #include <typeinfo>
 
+#include "runtime/base64.h"
+#include "tarn/runtime/layer_info.h"
+#include "tarn/runtime/version1.h"
 #include "tarn/utility/log.h"
 
 namespace tarn {
@@ -19,6 +22,24 @@ int StreamError(FILE* stream) { return stream ? std::ferror(stream) : -1; }
 // Elements read per step when the stream's size is unknown (pipes), so that a
 // hostile count cannot make the reader allocate far beyond the data present.
 constexpr size_t kUnknownSizeChunkBytes = size_t(1) << 20;
+
+// The header as the first four bytes of a file: a version-1 file starts with
+// its file version or a message marker instead.
+tarn1::Version1Detection Version1Header(std::uint32_t header) {
+  unsigned char bytes[4];
+  for (int i = 0; i < 4; ++i) bytes[i] = static_cast<unsigned char>(header >> (8 * i));
+  return tarn1::DetectVersion1(bytes, sizeof bytes);
+}
+
+// Every half's exact float, so widening a weight is one lookup (256 KB).
+const float* HalfToFloat() {
+  static const auto* table = [] {
+    auto* t = new std::vector<float>(65536);
+    for (unsigned h = 0; h < 65536; ++h) (*t)[h] = static_cast<float>(half_float::half::FromBits(static_cast<std::uint16_t>(h)));
+    return t;
+  }();
+  return table->data();
+}
 
 }  // namespace
 
@@ -113,6 +134,13 @@ void FILEWriter::Visit(std::vector<std::vector<unsigned short>>* v, const char*)
 FILEReader::FILEReader(const char* path) : stream_(std::fopen(path, "rb")), external_stream_(false) {
   DetectEnd();
   ReadScalar(&protocol_version_);
+  const tarn1::Version1Detection legacy = Version1Header(protocol_version_);
+  if (legacy.detected) {
+    // The destructor does not run for a constructor that throws.
+    std::fclose(stream_);
+    stream_ = nullptr;
+    utility::AssertFailedMessage(tarn1::Version1Message(path, legacy));
+  }
 }
 
 FILEReader::FILEReader(FILE* stream, unsigned int version) : stream_(stream), external_stream_(true) {
@@ -152,6 +180,8 @@ void FILEReader::DetectEnd() {
 
 void FILEReader::ReadHeader() {
   ReadScalar(&protocol_version_);
+  const tarn1::Version1Detection legacy = Version1Header(protocol_version_);
+  if (legacy.detected) utility::AssertFailedMessage(tarn1::Version1Message("The stream", legacy));
   utility::Assert(protocol_version_ <= kSerializationProtocolVersion,
                   "_serialization_protocol_version > __SERIALIZATION_PROTOCOL_VERSION__.");
 }
@@ -294,16 +324,12 @@ void FILEReader::Visit(std::vector<std::vector<unsigned short>>* v, const char*)
 // ---------------------------------------------------------------- weight blobs
 
 void FileWriter_Visit_B64Encoded_F16_Data(const std::shared_ptr<FILEWriter>& writer, const std::string& b64) {
-  const std::string bytes = Base64Decode(b64);
-  unsigned long count = bytes.size() / 4;  // trailing 1-3 bytes are dropped
+  const std::vector<float> floats = DecodeWeights(b64);  // trailing 1-3 bytes are dropped
+  unsigned long count = floats.size();
   writer->Visit(&count, "");
-  std::vector<half_float::half> halves(count);
-  for (unsigned long i = 0; i < count; ++i) {
-    float f;
-    std::memcpy(&f, bytes.data() + 4 * i, 4);
-    halves[i] = half_float::half(f);
-  }
   if (count == 0) return;
+  std::vector<half_float::half> halves(count);
+  for (unsigned long i = 0; i < count; ++i) halves[i] = half_float::half(floats[i]);
   FILE* stream = writer->stream();
   const size_t written = stream ? std::fwrite(halves.data(), sizeof(half_float::half), count, stream) : 0;
   utility::Assert(written == count, kWriteValueMessage, typeid(half_float::half).name(), StreamError(stream));
@@ -311,11 +337,28 @@ void FileWriter_Visit_B64Encoded_F16_Data(const std::shared_ptr<FILEWriter>& wri
 
 void FileReader_Visit_B64Encoded_F16_Data(const std::shared_ptr<FILEReader>& reader, std::string& b64) {
   const std::uint64_t count = reader->ReadCount(sizeof(half_float::half), typeid(unsigned long).name());
+  // Read, widened and encoded a block at a time straight into the text: no
+  // array of all the halves or floats in between (on a large model, every
+  // fresh page costs a page fault). A block of 3072 floats is a whole number
+  // of three-byte groups, so only the last block can end in padding.
+  // ReadCount has checked the count against the bytes left in a file; a
+  // stream of unknown size grows the text block by block instead, so that a
+  // hostile count cannot allocate more than the data present.
+  const bool checked = reader->SizeKnown();
+  b64.assign(checked ? Base64EncodedSize(count * sizeof(float)) : 0, '\0');
+  constexpr std::size_t kBlock = 3072;
   std::vector<half_float::half> halves;
-  reader->ReadHalves(&halves, count);
-  std::vector<float> floats(count);
-  for (std::uint64_t i = 0; i < count; ++i) floats[i] = static_cast<float>(halves[i]);
-  b64 = Base64Encode(reinterpret_cast<const unsigned char*>(floats.data()), count * sizeof(float));
+  halves.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(kBlock, count)));
+  float block[kBlock];
+  const float* widen = HalfToFloat();
+  for (std::uint64_t done = 0; done < count; done += kBlock) {
+    const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(kBlock, count - done));
+    reader->ReadHalves(&halves, n);
+    if (!checked) b64.resize(Base64EncodedSize((done + n) * sizeof(float)));
+    for (std::size_t i = 0; i < n; ++i) block[i] = widen[halves[i].bits()];
+    Base64EncodeInto(reinterpret_cast<const unsigned char*>(block), n * sizeof(float),
+                     &b64[static_cast<std::size_t>(done / 3 * 16)]);
+  }
 }
 
 void FileWriter_Visit_Vec_B64Encoded_F16_Data(const std::shared_ptr<FILEWriter>& writer,

@@ -8,6 +8,7 @@
 
 #include <functional>
 
+#include "runtime/record_registration.h"
 #include "tarn/runtime/json_binding.h"
 #include "tarn/utility/log.h"
 
@@ -653,6 +654,20 @@ InferenceConfigPtr CreateMetalCfgImgC8HW8F16(const TRModelInfo& model) {
   return Prepare(model, "MetalImage", [](const LayerInfo& layer) {
     return MakeKernel(LayerTypeToString(layer.type) + "_Metal_IMG_C8HW8_F16_M1", MetalParamFor(layer.type));
   });
+}
+
+void RegisterConfigRecords(SerializableRegistry& registry) {
+  for (const auto& entry : ParamCreators()) {
+    registry.Register(entry.first, [creator = entry.second] { return SerializablePtr(creator()); }, false);
+  }
+  RegisterRecord<KernelCfg>(registry);
+  RegisterRecord<KernelInferenceConfig>(registry);
+  RegisterRecord<KernelCfgArr>(registry);
+  RegisterRecord<LayerCfg>(registry);
+  RegisterRecord<TRModelCfg>(registry);
+  RegisterRecord<TRModelMultiBackendCfgs>(registry);
+  RegisterRecord<TRModelMultiBackendCfgsArr>(registry);
+  RegisterRecord<TRNModel>(registry);
 }
 
 }  // namespace runtime

@@ -1,5 +1,7 @@
 #include "tarn/runtime/json_binding.h"
 
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <cstring>
 #include <limits>
@@ -342,22 +344,35 @@ std::string SerializeJSONValuePretty(const JSONValue& value) {
 
 void printjsonvalue(const JSONValue& value) { utility::Log(utility::kLogInfo, "%s", SerializeJSONValue(value).c_str()); }
 
-std::stringstream ReadJsonFile2StrStream(const char* path) {
+std::unique_ptr<char[]> ReadJsonFileText(const char* path, std::size_t* size) {
   std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path, "rb"), &std::fclose);
   utility::Assert(file != nullptr, "Error in opening the file [%s].", path);
-  long size = -1;
-  if (std::fseek(file.get(), 0, SEEK_END) == 0) size = std::ftell(file.get());
-  utility::Assert(size >= 0 && std::fseek(file.get(), 0, SEEK_SET) == 0, "Error in read the whole file [%s].", path);
-  std::string buffer(static_cast<size_t>(size), '\0');
-  const size_t read = size > 0 ? std::fread(&buffer[0], 1, static_cast<size_t>(size), file.get()) : 0;
-  utility::Assert(read == static_cast<size_t>(size), "Error in read the whole file [%s].", path);
+  // A directory opens on Linux and reports a size near 2^63: only regular files are read.
+  struct stat st;
+  utility::Assert(::fstat(::fileno(file.get()), &st) == 0 && S_ISREG(st.st_mode), "[%s] is not a regular file.", path);
+  long length = -1;
+  if (std::fseek(file.get(), 0, SEEK_END) == 0) length = std::ftell(file.get());
+  utility::Assert(length >= 0 && std::fseek(file.get(), 0, SEEK_SET) == 0, "Error in read the whole file [%s].", path);
+  // Left uninitialised: the read fills it, and a 60 MB model is not cleared first.
+  std::unique_ptr<char[]> text(new char[static_cast<size_t>(length) + 1]);
+  const size_t read = length > 0 ? std::fread(text.get(), 1, static_cast<size_t>(length), file.get()) : 0;
+  utility::Assert(read == static_cast<size_t>(length), "Error in read the whole file [%s].", path);
+  text[static_cast<size_t>(length)] = '\0';
+  *size = static_cast<size_t>(length);
+  return text;
+}
+
+std::stringstream ReadJsonFile2StrStream(const char* path) {
+  std::size_t size = 0;
+  const std::unique_ptr<char[]> text = ReadJsonFileText(path, &size);
   std::stringstream stream;
-  stream << buffer;
+  stream.write(text.get(), static_cast<std::streamsize>(size));
   return stream;
 }
 
-void ParseJsonObject(JSONDocument& document, const char* json, const char* message) {
-  document.Parse<kParseFlags>(json);
+namespace {
+
+void CheckParsedObject(const JSONDocument& document, const char* message) {
   if (!document.IsObject()) {
     if (document.HasParseError()) {
       utility::Log(utility::kLogError, "JSON parse error at offset %zu: %s", document.GetErrorOffset(),
@@ -365,6 +380,18 @@ void ParseJsonObject(JSONDocument& document, const char* json, const char* messa
     }
     utility::AssertFailedMessage(message);
   }
+}
+
+}  // namespace
+
+void ParseJsonObject(JSONDocument& document, const char* json, const char* message) {
+  document.Parse<kParseFlags>(json);
+  CheckParsedObject(document, message);
+}
+
+void ParseJsonObjectInsitu(JSONDocument& document, char* json, const char* message) {
+  document.ParseInsitu<kParseFlags>(json);
+  CheckParsedObject(document, message);
 }
 
 }  // namespace runtime

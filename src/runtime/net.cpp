@@ -34,6 +34,13 @@ Tensors Run(const IKernel& kernel, const Tensors& inputs, const std::shared_ptr<
   return outputs;
 }
 
+std::vector<TensorShape> Shapes(const Tensors& tensors) {
+  std::vector<TensorShape> shapes;
+  shapes.reserve(tensors.size());
+  for (const auto& t : tensors) shapes.push_back(t->shape);
+  return shapes;
+}
+
 // Passes every tensor through the converters, in kernel-id order.
 Tensors Convert(const std::map<std::uint32_t, std::shared_ptr<IKernel>>& converters, const Tensors& tensors,
                 const std::shared_ptr<Context>& ctx, const Layer& layer) {
@@ -106,6 +113,7 @@ OutputMap Net::Forward(const TensorMap& inputs, const std::vector<std::uint32_t>
   if (layer_times) layer_times->reserve(layer_times->size() + layers_.size());
   if (converter_times) converter_times->reserve(converter_times->size() + layers_.size());
 
+  if (profiler) profiler->BeginPass();
   OutputMap result;
   std::vector<Tensors> outputs(layers_.size());
   auto wanted = [&output_ids](std::uint32_t i) {
@@ -139,6 +147,7 @@ OutputMap Net::Forward(const TensorMap& inputs, const std::vector<std::uint32_t>
       in = timed_convert(layer.input_converters, in);
       // A kernel may write over its inputs only where nobody needs them any more.
       Tensors out = is_input ? in : Run(*layer.kernel, in, context, layer, MayOverwrite(i, in, outputs, inputs, output_ids));
+      const double flops = profiler && layer.layer_info ? LayerFlops(*layer.layer_info, Shapes(in), Shapes(out)) : 0.0;
       out = timed_convert(layer.output_converters, out);
       outputs[i] = std::move(out);
 
@@ -161,15 +170,21 @@ OutputMap Net::Forward(const TensorMap& inputs, const std::vector<std::uint32_t>
             converter_times->push_back(static_cast<float>(converter_ms));
           }
         }
-        if (profiler) profiler->Record(i, layer.id, type_names_[i], ms);
+        if (profiler) {
+          profiler->Record(i, layer.id, type_names_[i], layer.kernel ? layer.kernel->GetName() : std::string(), start,
+                           ms, flops);
+        }
       }
     }
   } catch (const ForwardFailure&) {
+    if (profiler) profiler->EndPass(false);
     return OutputMap();
   } catch (const std::exception& e) {
     utility::Log(utility::kLogError, "Forward failed: %s", e.what());
+    if (profiler) profiler->EndPass(false);
     return OutputMap();
   }
+  if (profiler) profiler->EndPass(true);
   return result;
 }
 

@@ -11,8 +11,10 @@
 #include <typeindex>
 #include <unordered_map>
 
+#include "runtime/record_registration.h"
 #include "tarn/runtime/binary_stream.h"
 #include "tarn/runtime/json_binding.h"
+#include "tarn/runtime/version1.h"
 #include "tarn/utility/log.h"
 
 namespace tarn {
@@ -76,10 +78,22 @@ bool Serializable::FromJsonString(const char* json) {
 }
 
 bool Serializable::FromFile(const char* path, const char* type) {
-  if (std::strcmp(type, "json") == 0) {
-    const std::string text = ReadJsonFile2StrStream(path).str();
+  const bool json = std::strcmp(type, "json") == 0;
+  if (json || std::strcmp(type, "bin") == 0) {
+    // A version-1 file would otherwise fail somewhere inside with a message
+    // about JSON syntax or stream values that helps nobody.
+    const tarn1::Version1Detection legacy = tarn1::DetectVersion1File(path);
+    if (legacy.detected) {
+      utility::Log(utility::kLogError, "%s", tarn1::Version1Message(path, legacy).c_str());
+      return false;
+    }
+  }
+  if (json) {
+    // Parsed in place: the weight blobs are not copied into the document.
+    std::size_t size = 0;
+    const std::unique_ptr<char[]> text = ReadJsonFileText(path, &size);
     JSONDocument document;
-    ParseJsonObject(document, text.c_str(), "JSON file is not an object.");
+    ParseJsonObjectInsitu(document, text.get(), "JSON file is not an object.");
     auto getter = std::make_shared<JSONNodeGetter>(document, 0);
     VisitAttr(getter);
     return true;
@@ -135,7 +149,14 @@ bool Serializable::ToFile(const char* path, const char* type) {
 }
 
 SerializableRegistry& GetSerializableRegistry() {
-  static SerializableRegistry* registry = new SerializableRegistry();
+  static SerializableRegistry* registry = [] {
+    auto* r = new SerializableRegistry();
+    RegisterTensorRecords(*r);
+    RegisterLayerRecords(*r);
+    RegisterModelRecords(*r);
+    RegisterConfigRecords(*r);
+    return r;
+  }();
   return *registry;
 }
 

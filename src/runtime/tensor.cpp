@@ -1,5 +1,7 @@
 #include "tarn/runtime/tensor.h"
 
+#include "runtime/record_registration.h"
+
 #include <cstdint>
 #include <map>
 
@@ -161,6 +163,11 @@ std::ostream& operator<<(std::ostream& os, const TensorShape& shape) {
 }
 
 Tensor::~Tensor() = default;
+
+void RegisterTensorRecords(SerializableRegistry& registry) {
+  RegisterRecord<TensorShape>(registry);
+  RegisterRecord<TensorShape::Extra>(registry);
+}
 
 }  // namespace runtime
 }  // namespace tarn

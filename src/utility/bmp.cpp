@@ -1,10 +1,10 @@
 #include "tarn/utility/bmp.h"
 
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
 #include "tarn/utility/log.h"
+#include "utility/file_bytes.h"
 
 namespace tarn {
 namespace utility {
@@ -12,21 +12,6 @@ namespace utility {
 namespace {
 
 constexpr std::size_t kFileHeader = 14;
-constexpr std::uint64_t kMaxFileBytes = std::uint64_t(1) << 30;
-
-// Records the reason, logs it, and lets the caller return its failure value.
-struct Failure {
-  std::string* error;
-  void operator()(const char* format, ...) const __attribute__((format(printf, 2, 3))) {
-    char buf[512];
-    va_list args;
-    va_start(args, format);
-    std::vsnprintf(buf, sizeof(buf), format, args);
-    va_end(args);
-    Log(kLogError, "BMP: %s", buf);
-    if (error != nullptr) *error = buf;
-  }
-};
 
 std::uint16_t U16(const std::uint8_t* p) { return static_cast<std::uint16_t>(p[0] | (p[1] << 8)); }
 std::uint32_t U32(const std::uint8_t* p) {
@@ -46,7 +31,7 @@ void Put32(std::uint8_t* p, std::uint32_t v) {
 std::shared_ptr<runtime::TensorCPU> DecodeBMP(const void* data, std::size_t size,
                                               const std::shared_ptr<runtime::DeviceCPU>& device,
                                               BMPChannelOrder order, std::string* error) {
-  const Failure fail{error};
+  const ReaderFailure fail{"BMP", error};
   const std::uint8_t* b = static_cast<const std::uint8_t*>(data);
   if (device == nullptr) {
     fail("no device to create the image with");
@@ -190,33 +175,9 @@ std::shared_ptr<runtime::TensorCPU> DecodeBMP(const void* data, std::size_t size
 
 std::shared_ptr<runtime::TensorCPU> ReadBMP(const std::string& path, const std::shared_ptr<runtime::DeviceCPU>& device,
                                             BMPChannelOrder order, std::string* error) {
-  const Failure fail{error};
-  FILE* f = std::fopen(path.c_str(), "rb");
-  if (f == nullptr) {
-    fail("cannot open %s", path.c_str());
-    return nullptr;
-  }
+  const ReaderFailure fail{"BMP", error};
   std::vector<std::uint8_t> bytes;
-  std::uint8_t chunk[65536];
-  bool too_large = false;
-  std::size_t n;
-  while ((n = std::fread(chunk, 1, sizeof(chunk), f)) > 0) {
-    if (bytes.size() + n > kMaxFileBytes) {
-      too_large = true;
-      break;
-    }
-    bytes.insert(bytes.end(), chunk, chunk + n);
-  }
-  const bool failed = std::ferror(f) != 0;
-  std::fclose(f);
-  if (failed) {
-    fail("cannot read %s", path.c_str());
-    return nullptr;
-  }
-  if (too_large) {
-    fail("%s is larger than 1 GiB", path.c_str());
-    return nullptr;
-  }
+  if (!fail.Check(ReadFileBytes(path, kMaxFileBytes, &bytes), path)) return nullptr;
   std::string reason;
   auto image = DecodeBMP(bytes.data(), bytes.size(), device, order, &reason);
   if (image == nullptr && error != nullptr) *error = path + ": " + reason;
@@ -225,7 +186,7 @@ std::shared_ptr<runtime::TensorCPU> ReadBMP(const std::string& path, const std::
 
 bool EncodeBMP(const std::shared_ptr<runtime::Tensor>& image, std::vector<std::uint8_t>* out, BMPChannelOrder order,
                std::string* error) {
-  const Failure fail{error};
+  const ReaderFailure fail{"BMP", error};
   if (image == nullptr || out == nullptr) {
     fail("no image or no output to encode");
     return false;
@@ -305,21 +266,10 @@ bool EncodeBMP(const std::shared_ptr<runtime::Tensor>& image, std::vector<std::u
 
 bool WriteBMP(const std::string& path, const std::shared_ptr<runtime::Tensor>& image, BMPChannelOrder order,
               std::string* error) {
-  const Failure fail{error};
+  const ReaderFailure fail{"BMP", error};
   std::vector<std::uint8_t> bytes;
   if (!EncodeBMP(image, &bytes, order, error)) return false;
-  FILE* f = std::fopen(path.c_str(), "wb");
-  if (f == nullptr) {
-    fail("cannot open %s for writing", path.c_str());
-    return false;
-  }
-  const bool written = std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
-  const bool closed = std::fclose(f) == 0;
-  if (!written || !closed) {
-    fail("cannot write %s", path.c_str());
-    return false;
-  }
-  return true;
+  return fail.Check(WriteFileBytes(path, bytes), path);
 }
 
 }  // namespace utility

@@ -78,10 +78,39 @@ TEST_F(NetTest, UnregisteredKernelIsLoggedThenFatal) {
   testing::LogCapture log;
   NetRecipe recipe;
   recipe.Input("x").Scale("s", "x", 1, "Nope_Fallback_M1");
-  EXPECT_EQ(testing::ThrownMessage([&] { CreateNet(recipe.model, recipe.cfg, registry, ctx); }),
-            "Kernel <Nope_Fallback_M1> is not registered.");
+  EXPECT_EQ(testing::ThrownMessage([&] { CreateNet(recipe.model, recipe.cfg, registry, ctx); }), "Assertion failed.");
   EXPECT_TRUE(log.Contains("Create Kernel >> Input_Fallback_M1 >> ok", utility::kLogVerbose));
   EXPECT_TRUE(log.Contains("Create Kernel >> Nope_Fallback_M1 >> nullptr", utility::kLogVerbose));
+  EXPECT_TRUE(log.Contains("layer 1 <s> (Activation): compute kernel 0: kernel <Nope_Fallback_M1> is not registered",
+                           utility::kLogError));
+}
+
+TEST_F(NetTest, BrokenConfigurationIsReportedWhole) {
+  // Four broken layers: every one is named with its kernel and reason before the check fails.
+  testing::LogCapture log;
+  NetRecipe recipe;
+  recipe.Input("x").Scale("a", "x", 1, "Nope_M1").Scale("b", "a", 1, "Test_Refuse_M1");
+  recipe.Scale("c", "b", 1, "Input_Fallback_M1").Scale("d", "c", 1).Scale("e", "d", 1, "");
+  recipe.Converter("d", "out", "3", "Missing_Converter_M1");
+  EXPECT_EQ(testing::ThrownMessage([&] { CreateNet(recipe.model, recipe.cfg, registry, ctx); }), "Assertion failed.");
+  for (const char* line :
+       {"layer 1 <a> (Activation): compute kernel 0: kernel <Nope_M1> is not registered",
+        "layer 2 <b> (Activation): compute kernel 0: kernel <Test_Refuse_M1> refused the layer in Config",
+        "layer 3 <c> (Activation): compute kernel 0: kernel <Input_Fallback_M1> does not compute this layer record",
+        "layer 4 <d> (Activation): output converter 3: kernel <Missing_Converter_M1> is not registered",
+        "layer 5 <e> (Activation): its configuration names no compute kernel",
+        "The net cannot be built: 5 problem(s) in 6 layers."}) {
+    EXPECT_TRUE(log.Contains(line, utility::kLogError)) << line;
+  }
+
+  // The stand-alone configuration reports the same way.
+  InferenceConfig cfg = *FromTRModelCfg(*recipe.cfg);
+  log.lines.clear();
+  EXPECT_EQ(testing::ThrownMessage([&] { CreateNet(recipe.model, std::make_shared<InferenceConfig>(cfg), registry, ctx); }),
+            "Assertion failed.");
+  EXPECT_TRUE(log.Contains("layer 1 <a> (Activation): compute kernel: kernel <Nope_M1> is not registered"));
+  EXPECT_TRUE(log.Contains("layer 4 <d> (Activation): output converter 3: kernel <Missing_Converter_M1>"));
+  EXPECT_TRUE(log.Contains("The net cannot be built: 5 problem(s) in 6 layers."));
 }
 
 TEST_F(NetTest, RefusedConfigIsLoggedAndTheLayerAsserts) {
@@ -192,9 +221,8 @@ TEST_F(NetTest, TimingVectorsAndProfiler) {
   for (size_t i = 1; i < 4; ++i) EXPECT_GE(layer_times[i], 0.0f);
   EXPECT_EQ(converter_times.size(), 1u);
   EXPECT_TRUE(log.Contains("Input Layer without any converter do not need to profile gpu time."));
-  EXPECT_EQ(profiler->Stats().size(), 3u);
-  EXPECT_EQ(profiler->Stats().at(1).id, "s");
-  EXPECT_NE(profiler->Report().find("Activation"), std::string::npos);
+  ASSERT_EQ(profiler->Layers().size(), 3u);
+  EXPECT_EQ(profiler->Layers()[1].id, "s");
 
   // Without timing vectors and profiler nothing is measured.
   testing::LogCapture quiet(0);

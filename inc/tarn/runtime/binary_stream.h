@@ -60,6 +60,8 @@ class FILEReader : public Visitor {
   std::uint64_t ReadCount(size_t element_size, const char* type_name);
   // Reads `count` half floats that follow a count read with ReadCount.
   void ReadHalves(std::vector<half_float::half>* value, std::uint64_t count);
+  // True for a seekable stream, whose counts ReadCount checks against the bytes left.
+  bool SizeKnown() const { return end_offset_ >= 0; }
 
  private:
   FILEReader(FILE* stream, unsigned int version, long long end_offset);

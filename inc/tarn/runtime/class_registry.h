@@ -1,4 +1,5 @@
 // Name-keyed factory used for kernels, inference parameters and records.
+// Not locked: fill a registry before threads use it, then only read it.
 #pragma once
 
 #include <functional>

@@ -1,6 +1,8 @@
 // JSON form of records: each visited attribute is one member of a JSON object.
 #pragma once
 
+#include <cstddef>
+#include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -11,6 +13,12 @@
 #ifndef RAPIDJSON_ASSERT
 #define RAPIDJSON_ASSERT(x) \
   ((x) ? static_cast<void>(0) : throw std::runtime_error("JSON library check failed: " #x))
+#endif
+// Strings (weight blobs are megabytes of text) are scanned 16 bytes at a time;
+// SSE2 is part of every x86-64 processor. Every file that includes RapidJSON
+// includes it through this header, so that all of them see the same setting.
+#ifndef RAPIDJSON_SSE2
+#define RAPIDJSON_SSE2
 #endif
 #ifndef RAPIDJSON_HAS_STDSTRING
 #define RAPIDJSON_HAS_STDSTRING 1
@@ -78,9 +86,16 @@ void printjsonvalue(const JSONValue& value);
 
 // The whole file in a string stream.
 std::stringstream ReadJsonFile2StrStream(const char* path);
+// The whole file as zero-terminated text that the caller may change (for
+// in-place parsing); `size` receives its length. Same checks and messages as
+// ReadJsonFile2StrStream.
+std::unique_ptr<char[]> ReadJsonFileText(const char* path, std::size_t* size);
 
 // Parses JSON text; the document is an object or the check fails.
 void ParseJsonObject(JSONDocument& document, const char* json, const char* what);
+// The same in place: strings are decoded inside `json`, which must outlive
+// the document.
+void ParseJsonObjectInsitu(JSONDocument& document, char* json, const char* what);
 
 }  // namespace runtime
 }  // namespace tarn

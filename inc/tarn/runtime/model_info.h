@@ -69,7 +69,9 @@ class TRModelInfo : public Serializable {
   // The stored output ids; without them, the layers no other layer reads.
   std::vector<std::string> GetOutputIDs() const;
 
-  // Reads a file of the legacy version-1 format.
+  // Would read a file of the legacy version-1 format. That format is not
+  // documented, so this build only recognises such files (see version1.h):
+  // it logs what it found and always fails with "Loading trmdel1 fail.".
   void LoadFromTRModel1(const char* path);
 
   std::vector<std::string> squential_output_ids;

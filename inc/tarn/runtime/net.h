@@ -1,5 +1,11 @@
 // Executable networks: one Layer per model layer, each with its configured
 // kernel and the converter kernels around it.
+//
+// Threads: a net runs on the thread that calls Forward, and one thread at a
+// time may call Forward on a given net (its kernels keep state such as
+// recurrent cells). Different nets, of one package or of several, may run on
+// different threads at once, sharing one context: the memory pools and the
+// log settings take a lock, nothing else is shared between nets.
 #pragma once
 
 #include <cstdint>

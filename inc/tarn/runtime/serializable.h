@@ -116,7 +116,11 @@ using SerializablePtr = std::shared_ptr<Serializable>;
 // Factory of records keyed by their class type name.
 using SerializableRegistry = ClassRegistry<std::shared_ptr<Serializable>>;
 
-// The process-wide registry of record classes, filled by the record modules.
+// The process-wide registry of every record class (layer records, models and
+// their containers, configurations, inference parameters, tensor shapes), keyed
+// by class type name ("Conv2dInfo"). The record modules fill it on the first
+// call, which is thread-safe; registering more classes afterwards is not, so
+// do that, if at all, at start-up before other threads use it.
 SerializableRegistry& GetSerializableRegistry();
 
 }  // namespace runtime

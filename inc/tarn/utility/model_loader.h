@@ -1,5 +1,12 @@
 // The library's outermost entry: registering the kernels, creating the
 // context, loading model packages and building their nets.
+//
+// Threads: fill the registries once at start-up; afterwards they are only
+// read (by CreateNet) and may be shared by threads that load models, as long
+// as nobody registers into them any more. Each net runs on one thread at a
+// time (see net.h). The SGEMM kernels set OpenBLAS to one thread on their
+// first call; that setting belongs to the whole process, so an application
+// that uses OpenBLAS itself shares it.
 #pragma once
 
 #include <cstdint>

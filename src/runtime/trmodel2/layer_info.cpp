@@ -5,6 +5,8 @@
 #include <stdexcept>
 #include <unordered_map>
 
+#include "runtime/base64.h"
+#include "runtime/record_registration.h"
 #include "tarn/runtime/binary_stream.h"
 #include "tarn/runtime/json_binding.h"
 #include "tarn/utility/log.h"
@@ -660,9 +662,11 @@ LayerInfoPtr LayerInfoFactory(const std::string& json) {
 }
 
 std::vector<float> DecodeWeights(const std::string& blob) {
-  const std::string bytes = Base64Decode(blob);
-  std::vector<float> values(bytes.size() / sizeof(float));
-  if (!values.empty()) std::memcpy(values.data(), bytes.data(), values.size() * sizeof(float));
+  // Decoded straight into the floats: no copy of the bytes in between.
+  std::vector<float> values((Base64DecodeCapacity(blob.size()) + sizeof(float) - 1) / sizeof(float));
+  const std::size_t bytes =
+      Base64DecodeInto(blob.data(), blob.size(), reinterpret_cast<unsigned char*>(values.data()));
+  values.resize(bytes / sizeof(float));
   return values;
 }
 
@@ -671,6 +675,15 @@ std::string EncodeWeights(const float* values, size_t count) {
 }
 
 std::string EncodeWeights(const std::vector<float>& values) { return EncodeWeights(values.data(), values.size()); }
+
+void RegisterLayerRecords(SerializableRegistry& registry) {
+  for (const auto& entry : CreatorsByCode()) {
+    LayerInfoPtr record = entry.second();
+    registry.Register(record->GetClassTypeName(), [creator = entry.second] { return SerializablePtr(creator()); },
+                      false);
+  }
+  RegisterRecord<TensorDimemsionSamplingInfo>(registry);
+}
 
 }  // namespace runtime
 }  // namespace tarn

@@ -2,7 +2,9 @@
 
 #include <unordered_set>
 
+#include "runtime/record_registration.h"
 #include "tarn/runtime/json_binding.h"
+#include "tarn/runtime/version1.h"
 #include "tarn/utility/log.h"
 
 namespace tarn {
@@ -99,8 +101,14 @@ std::vector<std::string> TRModelInfo::GetOutputIDs() const {
 }
 
 void TRModelInfo::LoadFromTRModel1(const char* path) {
-  // The version-1 loader is not part of this build: every file is refused.
-  utility::Log(utility::kLogError, "Version-1 model files are not supported by this build: %s.", path);
+  // The version-1 format is not documented, so its files are recognised and
+  // refused, never guessed at.
+  const tarn1::Version1Detection legacy = tarn1::DetectVersion1File(path);
+  if (legacy.detected) {
+    utility::Log(utility::kLogError, "%s", tarn1::Version1Message(path, legacy).c_str());
+  } else {
+    utility::Log(utility::kLogError, "%s is not a version-1 model file.", path);
+  }
   utility::AssertFailed("Loading trmdel1 fail.");
 }
 
@@ -116,6 +124,14 @@ void TRModelInfoArr::VisitAttr(const VisitorPtr& v) {
   Serializable::VisitAttr(v);
   v->Visit(&squential_ids, "squential_ids");
   VisitRecordsById(v, squential_ids, models);
+}
+
+void RegisterModelRecords(SerializableRegistry& registry) {
+  RegisterRecord<TimeInfo>(registry);
+  RegisterRecord<NetExtraInfo>(registry);
+  RegisterRecord<TensorInfo>(registry);
+  RegisterRecord<TRModelInfo>(registry);
+  RegisterRecord<TRModelInfoArr>(registry);
 }
 
 }  // namespace runtime

@@ -2,6 +2,8 @@
 
 #include <cmath>
 #include <cstdint>
+#include <string>
+#include <type_traits>
 
 #include "kernel/cpu/avx/pooling/pooling.h"
 #include "kernel/cpu/sse/pooling/pooling.h"
@@ -340,10 +342,42 @@ std::int32_t FixedPooling2DBase::IsValidParam(std::shared_ptr<runtime::LayerInfo
                  : FixedWindowMatch<runtime::AvgPool2dInfo>(layer, kernel_, stride_);
 }
 
+namespace {
+
+// The fixed-size kernels read no padding, dilation or ceil_mode; a record that
+// sets them is still accepted (it matches by window and stride), but the
+// output then differs from the layer's, so the configuration is flagged.
+template <typename Record>
+std::string IgnoredSettings(const Record& r) {
+  std::string ignored;
+  if (r.padding_l || r.padding_t || r.padding_r || r.padding_b) {
+    ignored += utility::FormatString("padding (l %d, t %d, r %d, b %d)", r.padding_l, r.padding_t, r.padding_r,
+                                     r.padding_b);
+  }
+  if (r.ceil_mode) ignored += std::string(ignored.empty() ? "" : ", ") + "ceil_mode";
+  if constexpr (std::is_same<Record, runtime::MaxPool2dInfo>::value) {
+    if (r.dilation_x != 1 || r.dilation_y != 1) {
+      ignored += utility::FormatString("%sdilation %ux%u", ignored.empty() ? "" : ", ", r.dilation_x, r.dilation_y);
+    }
+  }
+  return ignored;
+}
+
+}  // namespace
+
 bool FixedPooling2DBase::Config(std::shared_ptr<runtime::LayerInfo> layer,
                                 std::shared_ptr<runtime::InferenceParam> param, std::shared_ptr<runtime::Context>) {
   configured_ = IsValidParam(layer, param) == kValid;
-  return configured_;
+  if (!configured_) return false;
+  const std::string ignored = is_max_ ? IgnoredSettings(static_cast<const runtime::MaxPool2dInfo&>(*layer))
+                                      : IgnoredSettings(static_cast<const runtime::AvgPool2dInfo&>(*layer));
+  if (!ignored.empty()) {
+    utility::Log(utility::kLogWarning,
+                 "%s: layer <%s> sets %s, which this fixed-size kernel ignores: its output differs from the layer's "
+                 "(the general pooling kernel computes it).",
+                 GetName().c_str(), layer->id.c_str(), ignored.c_str());
+  }
+  return true;
 }
 
 std::vector<runtime::TensorShape> FixedPooling2DBase::GetOutputShapes(

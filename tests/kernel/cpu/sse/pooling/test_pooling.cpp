@@ -44,6 +44,37 @@ TEST(SseFixedPooling, RecordAndInputChecks) {
   EXPECT_EQ(c4->IsValidInput({MakeTensor(ctx, {2, 4, 4}, {}, C4)}), kernel::kInvalidTensor);
 }
 
+TEST(SseFixedPooling, SettingsItIgnoresAreWarnedAboutInConfig) {
+  // Config runs in baseline code: this test runs on any processor.
+  auto ctx = ElementContext();
+  LogCapture log;
+  kernel::Pooling2D_Max_K3x3_S2x2_SSE_CHW_Float_M1 max;
+  EXPECT_TRUE(max.Config(MaxPool(3, 2), nullptr, ctx));
+  EXPECT_TRUE(log.lines.empty()) << "an unpadded layer is what the kernel computes";
+  auto padded = MaxPool(3, 2);
+  padded->id = "pool1";
+  padded->padding_l = padded->padding_t = padded->padding_r = padded->padding_b = 1;
+  EXPECT_TRUE(max.Config(padded, nullptr, ctx)) << "still accepted: records match by window and stride";
+  EXPECT_TRUE(log.Contains("Pooling2D_Max_K3x3_S2x2_SSE_CHW_Float_M1: layer <pool1> sets padding (l 1, t 1, r 1, b 1), "
+                           "which this fixed-size kernel ignores",
+                           utility::kLogWarning));
+  log.lines.clear();
+  auto dilated = MaxPool(3, 2);
+  dilated->dilation_y = 2;
+  dilated->ceil_mode = true;
+  EXPECT_TRUE(max.Config(dilated, nullptr, ctx));
+  EXPECT_TRUE(log.Contains("sets ceil_mode, dilation 1x2", utility::kLogWarning));
+  log.lines.clear();
+  kernel::Pooling2D_Avg_K2x2_S2x2_SSE_CHW_Float_M1 avg;
+  auto avg_record = AvgPool(2, 2);
+  avg_record->count_include_pad = false;  // without padding it changes nothing
+  EXPECT_TRUE(avg.Config(avg_record, nullptr, ctx));
+  EXPECT_TRUE(log.lines.empty());
+  avg_record->padding_r = 1;
+  EXPECT_TRUE(avg.Config(avg_record, nullptr, ctx));
+  EXPECT_TRUE(log.Contains("sets padding (l 0, t 0, r 1, b 0)", utility::kLogWarning));
+}
+
 }  // namespace
 }  // namespace testing
 }  // namespace tarn
