@@ -208,10 +208,9 @@ struct OnnxBuilder {
     Shape(graph->add_input(), name, dims);
     return *this;
   }
-  OnnxBuilder& Output(const std::string& name) {
-    auto* v = graph->add_output();
-    v->set_name(name);
-    v->mutable_type()->mutable_tensor_type()->set_elem_type(onnx::TensorProto::FLOAT);
+  // Graph outputs need a shape for the ONNX checker; inference checks it.
+  OnnxBuilder& Output(const std::string& name, const std::vector<std::int64_t>& dims) {
+    Shape(graph->add_output(), name, dims);
     return *this;
   }
   OnnxBuilder& Weight(const std::string& name, const std::vector<std::int64_t>& dims, float value = 0.5f) {

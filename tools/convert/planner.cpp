@@ -133,7 +133,6 @@ struct Planner::State {
 Planner::Planner() : state_(new State) {
   utility::init_register_operators(state_->kernels, state_->params);
   utility::create_context(state_->context, 64);
-  for (const std::string& k : state_->kernels.GetKeys()) state_->keys.insert(k);
 }
 
 Planner::~Planner() = default;
@@ -621,6 +620,9 @@ bool Planner::Make(const MappedModel& model, const PlanOptions& options, Plan* p
                                             ": this processor lacks its instructions"});
     return false;
   }
+  // The registry may have grown since the last plan.
+  state_->keys.clear();
+  for (const std::string& k : state_->kernels.GetKeys()) state_->keys.insert(k);
   Run run(model, options, target, state_->kernels, state_->keys, state_->context);
   std::vector<Layout> layouts;
   if (options.blocked == Layout::kAny) {
