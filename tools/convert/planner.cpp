@@ -322,16 +322,18 @@ class Run {
   }
 
   // Milliseconds of one Forward of candidate c of layer i (fastest of the runs); -1 when it fails.
-  double Time(std::size_t i, Candidate& c) {
+  // `bound`: a candidate whose first run takes longer than this is not timed
+  // further (it cannot win); negative for no bound.
+  double Time(std::size_t i, Candidate& c, double bound) {
     const std::string key = Key(i, c.rule.name, c.in);
     auto known = times_.find(key);
     if (known != times_.end()) return c.ms = known->second;
-    c.ms = Measure(i, c);
+    c.ms = Measure(i, c, bound);
     times_[key] = c.ms;
     return c.ms;
   }
 
-  double Measure(std::size_t i, Candidate& c) {
+  double Measure(std::size_t i, Candidate& c, double bound) {
     if (IsInput(i)) return 0.0;
     const auto& device = context_->cpu;
     std::mt19937 rng(1234);
@@ -347,7 +349,10 @@ class Run {
       if (c.kernel->IsValidInput(inputs) != 0) return -1.0;
       double best = 1e30, total = 0.0;
       std::vector<std::shared_ptr<runtime::Tensor>> outputs;
+      const double first = NowMs();
       if (!c.kernel->Forward(inputs, outputs, context_)) return -1.0;  // warm-up
+      const double first_ms = NowMs() - first;
+      if (bound >= 0.0 && first_ms > bound) return first_ms;
       for (int run = 0; run < 200 && (run < options_.tune_runs || total < options_.tune_ms); ++run) {
         outputs.clear();
         const double start = NowMs();
@@ -378,7 +383,7 @@ class Run {
       int timed = 0;
       for (Candidate& c : cands) {
         if (c.in != cands[0].in || c.out != cands[0].out) continue;
-        const double ms = Time(i, c);
+        const double ms = Time(i, c, best_ms < 0 ? -1.0 : 4.0 * best_ms);
         if (ms < 0) continue;
         ++timed;
         if (best_ms < 0 || ms < best_ms) {
