@@ -944,6 +944,14 @@ class Mapper {
     return -1;
   }
 
+  static RuntimeDims WithoutUnitDims(const RuntimeDims& dims) {
+    RuntimeDims out;
+    for (std::uint32_t d : dims) {
+      if (d != 1) out.push_back(d);
+    }
+    return out;
+  }
+
   // Whether every reader of `value` is a Gemm or MatMul that becomes a fully
   // connected layer (which reads any tensor of its input-feature count).
   bool OnlyFullyConnectedReaders(const std::string& value) const {
@@ -983,6 +991,12 @@ class Mapper {
     const int batch = ReshapedBatch(x.onnx, x.batch, out);
     const RuntimeDims dims = Expected(out, batch);
     if (dims == x.actual) return Alias(node.Output(0), x, batch);
+    // Dropping or adding unit dims of a graph output nobody reads changes no
+    // value the caller sees.
+    if (graph_.IsOutput(node.Output(0)) && graph_.Consumers(node.Output(0)).empty() &&
+        WithoutUnitDims(dims) == WithoutUnitDims(x.actual)) {
+      return Alias(node.Output(0), x, batch);
+    }
     // A flatten before a classifier: the fully connected kernels read the map as it is.
     if (dims.size() == 1 && OnlyFullyConnectedReaders(node.Output(0))) {
       ValueRef r = x;

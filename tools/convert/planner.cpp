@@ -259,6 +259,11 @@ class Run {
       const RuntimeDims want = BlockedDims(layer.dims, c.out);
       if (outs.empty()) return "gives no output shape for the inputs";
       if (outs[0].dims != want) return "gives " + DimsText(outs[0].dims) + " instead of " + DimsText(want);
+      // The executor hands every output of a layer to each of its readers.
+      if (outs.size() > 1 && !readers_[i].empty()) {
+        return "gives " + std::to_string(outs.size()) + " outputs (with the final states), which its readers would "
+               "all receive";
+      }
       c.kernel = kernel;
     } catch (const std::exception& e) {
       return std::string("fails: ") + e.what();
