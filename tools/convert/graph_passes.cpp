@@ -135,6 +135,19 @@ bool Gather(const ConstTensor& data, const ConstTensor& indices, std::int64_t ax
   return true;
 }
 
+// out becomes a tensor of `dims` whose element at each coordinate is data's
+// element at source(coordinates).
+template <typename Source>
+void Remap(const ConstTensor& data, const Dims& dims, ConstTensor* out, Source source) {
+  *out = Empty(data.type, dims);
+  Dims coords;
+  const std::int64_t n = ElementCount(dims);
+  for (std::int64_t k = 0; k < n; ++k) {
+    Coordinates(k, dims, &coords);
+    CopyElement(data, static_cast<std::size_t>(source(coords)), out, static_cast<std::size_t>(k));
+  }
+}
+
 bool Transpose(const ConstTensor& data, Dims perm, ConstTensor* out) {
   const std::size_t rank = data.dims.size();
   if (perm.empty()) {
@@ -148,16 +161,12 @@ bool Transpose(const ConstTensor& data, Dims perm, ConstTensor* out) {
     seen[perm[k]] = true;
     dims[k] = data.dims[perm[k]];
   }
-  *out = Empty(data.type, dims);
   const Dims in_strides = Strides(data.dims);
-  Dims coords;
-  const std::int64_t n = ElementCount(dims);
-  for (std::int64_t k = 0; k < n; ++k) {
-    Coordinates(k, dims, &coords);
+  Remap(data, dims, out, [&](const Dims& coords) {
     std::int64_t src = 0;
     for (std::size_t d = 0; d < rank; ++d) src += coords[d] * in_strides[perm[d]];
-    CopyElement(data, static_cast<std::size_t>(src), out, static_cast<std::size_t>(k));
-  }
+    return src;
+  });
   return true;
 }
 
@@ -193,16 +202,12 @@ bool Slice(const ConstTensor& data, const Dims& starts, const Dims& ends, Dims a
     SliceBounds(data.dims[axis], starts[k], ends[k], steps[k], &first[axis], &dims[axis]);
     step[axis] = steps[k];
   }
-  *out = Empty(data.type, dims);
   const Dims in_strides = Strides(data.dims);
-  Dims coords;
-  const std::int64_t n = ElementCount(dims);
-  for (std::int64_t k = 0; k < n; ++k) {
-    Coordinates(k, dims, &coords);
+  Remap(data, dims, out, [&](const Dims& coords) {
     std::int64_t src = 0;
     for (std::size_t d = 0; d < rank; ++d) src += (first[d] + coords[d] * step[d]) * in_strides[d];
-    CopyElement(data, static_cast<std::size_t>(src), out, static_cast<std::size_t>(k));
-  }
+    return src;
+  });
   return true;
 }
 
@@ -453,13 +458,8 @@ bool EvaluateNode(const Graph& graph, const Node& node, std::vector<ConstTensor>
     if (!BroadcastDims(in[0]->dims, in[1]->Ints(), &dims)) return false;
     const std::int64_t n = ElementCount(dims);
     if (n < 0 || n > limit) return false;
-    out = Empty(in[0]->type, dims);
-    Dims coords;
-    for (std::int64_t k = 0; k < n; ++k) {
-      Coordinates(k, dims, &coords);
-      CopyElement(*in[0], static_cast<std::size_t>(BroadcastOffset(in[0]->dims, dims, coords)), &out,
-                  static_cast<std::size_t>(k));
-    }
+    const ConstTensor& data = *in[0];
+    Remap(data, dims, &out, [&](const Dims& coords) { return BroadcastOffset(data.dims, dims, coords); });
   } else if (op == "Floor" || op == "Ceil" || op == "Sqrt" || op == "Neg") {
     if (!need(1)) return false;
     out = *in[0];

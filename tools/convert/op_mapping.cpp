@@ -842,6 +842,19 @@ class Mapper {
 
   // ---------------------------------------------------------------- pooling
 
+  // Window, strides and paddings of a pooling record.
+  template <typename Pool>
+  static void FillPoolWindow(Pool& r, const Window& w) {
+    r.kernel_y = U16(w.kernel[0], "kernel height");
+    r.kernel_x = U16(w.kernel[1], "kernel width");
+    r.stride_y = U16(w.strides[0], "stride");
+    r.stride_x = U16(w.strides[1], "stride");
+    r.padding_t = I16(w.pads[0], "padding");
+    r.padding_l = I16(w.pads[1], "padding");
+    r.padding_b = I16(w.pads[2], "padding");
+    r.padding_r = I16(w.pads[3], "padding");
+  }
+
   void MapPool(const Node& node) {
     OnlyFirstOutput(node);
     const ValueRef& x = Image(node, 0, 4);
@@ -854,16 +867,9 @@ class Mapper {
     const bool ceil_mode = node.Int("ceil_mode", 0) != 0;
     if (is_max) {
       auto r = std::make_shared<runtime::MaxPool2dInfo>();
-      r->kernel_y = U16(w.kernel[0], "kernel height");
-      r->kernel_x = U16(w.kernel[1], "kernel width");
-      r->stride_y = U16(w.strides[0], "stride");
-      r->stride_x = U16(w.strides[1], "stride");
+      FillPoolWindow(*r, w);
       r->dilation_y = U16(w.dilations[0], "dilation");
       r->dilation_x = U16(w.dilations[1], "dilation");
-      r->padding_t = I16(w.pads[0], "padding");
-      r->padding_l = I16(w.pads[1], "padding");
-      r->padding_b = I16(w.pads[2], "padding");
-      r->padding_r = I16(w.pads[3], "padding");
       r->ceil_mode = ceil_mode;
       return Emit(node, r, {x.layer}, 0);
     }
@@ -884,14 +890,7 @@ class Mapper {
       }
     }
     auto r = std::make_shared<runtime::AvgPool2dInfo>();
-    r->kernel_y = U16(w.kernel[0], "kernel height");
-    r->kernel_x = U16(w.kernel[1], "kernel width");
-    r->stride_y = U16(w.strides[0], "stride");
-    r->stride_x = U16(w.strides[1], "stride");
-    r->padding_t = I16(w.pads[0], "padding");
-    r->padding_l = I16(w.pads[1], "padding");
-    r->padding_b = I16(w.pads[2], "padding");
-    r->padding_r = I16(w.pads[3], "padding");
+    FillPoolWindow(*r, w);
     r->ceil_mode = false;
     r->count_include_pad = include_pad;
     Emit(node, r, {x.layer}, 0);
