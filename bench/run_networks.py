@@ -101,8 +101,8 @@ def main():
         input_bin = os.path.join(work, name + ".in.bin")
         x.numpy().astype("<f4").tofile(input_bin)
         dims = ",".join(str(d) for d in (x.shape[1:] if x.shape[0] == 1 else (x.shape[0], x.shape[2])))
-        spec = os.path.join(work, name + ".spec.json")
-        with open(spec, "w") as f:
+        ort_job = os.path.join(work, name + ".ort.json")
+        with open(ort_job, "w") as f:
             json.dump({"inputs": [{"name": "x", "file": input_bin, "dims": list(x.shape)}], "runs": args.runs,
                        "warmup": 2, "outputs_dir": os.path.join(work, name + "_ort")}, f)
         lib_times, torch_times, ort_times = [], [], []
@@ -117,7 +117,7 @@ def main():
                     t0 = time.perf_counter()
                     model(x)
                     torch_times.append((time.perf_counter() - t0) * 1e3)
-            r = subprocess.run(["node", ort, onnx_path, spec], capture_output=True, text=True, env=env, check=True)
+            r = subprocess.run(["node", ort, onnx_path, ort_job], capture_output=True, text=True, env=env, check=True)
             ort_times += json.loads(r.stdout.strip().splitlines()[-1])["times_ms"]
         out = np.fromfile(out_bin, dtype="<f4")
         diff = float(np.max(np.abs(out - reference)) / np.max(np.abs(reference))) if out.size == reference.size else float("nan")
