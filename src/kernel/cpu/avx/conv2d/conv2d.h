@@ -12,7 +12,7 @@ class Conv2D_Knxm_Snxm_Dnxm_G1_AVX_C8HW8_Float_M1 : public Conv2DKernelBase {
   ~Conv2D_Knxm_Snxm_Dnxm_G1_AVX_C8HW8_Float_M1() override;
   TRN_KERNEL_NAME(Conv2D_Knxm_Snxm_Dnxm_G1_AVX_C8HW8_Float_M1)
   Conv2D_Knxm_Snxm_Dnxm_G1_AVX_C8HW8_Float_M1()
-      : Conv2DKernelBase(runtime::TensorShape::C8HW8, 8, true, Geometry::kGroups1, WeightOrder::kGN8C8HW8c8n) {}
+      : Conv2DKernelBase(runtime::TensorShape::C8HW8, 8, true, Geometry::OneGroup(), WeightOrder::kGN8C8HW8c8n) {}
   TRN_LAYER_FORWARD
 };
 

@@ -12,7 +12,7 @@ class Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1 : public Conv2DKernelBase {
   ~Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1() override;
   TRN_KERNEL_NAME(Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1)
   Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1()
-      : Conv2DKernelBase(runtime::TensorShape::CHW, 1, false, Geometry::kAny, WeightOrder::kGNCHW) {}
+      : Conv2DKernelBase(runtime::TensorShape::CHW, 1, false, Geometry::Any(), WeightOrder::kGNCHW) {}
   TRN_LAYER_FORWARD
 };
 

@@ -61,19 +61,26 @@ bool ReadParams(const runtime::Conv2dInfo& info, Conv2DParams* p) {
 
 }  // namespace
 
-Conv2DKernelBase::Conv2DKernelBase(TensorShape::Layout layout, std::uint32_t lanes, bool builds_column,
-                                   Geometry geometry, WeightOrder order)
-    : layout_(layout), lanes_(lanes), builds_column_(builds_column), geometry_(geometry), order_(order) {}
+Conv2DKernelBase::Conv2DKernelBase(Port input, Port output, bool builds_column, Geometry geometry, WeightOrder order)
+    : in_(input), out_(output), builds_column_(builds_column), geometry_(geometry), order_(order) {}
 
 bool Conv2DKernelBase::AcceptsGeometry(const Conv2DParams& p) const {
-  switch (geometry_) {
-    case Geometry::kAny: return true;
-    case Geometry::kGroups1: return p.groups == 1;
-    case Geometry::k1x1:
-      return p.kernel_x == 1 && p.kernel_y == 1 && p.stride_x == 1 && p.stride_y == 1 && p.dilation_x == 1 &&
-             p.dilation_y == 1 && p.groups == 1;
+  const Geometry& g = geometry_;
+  if ((g.kernel_y != 0 && p.kernel_y != g.kernel_y) || (g.kernel_x != 0 && p.kernel_x != g.kernel_x)) return false;
+  if ((g.stride_y != 0 && p.stride_y != g.stride_y) || (g.stride_x != 0 && p.stride_x != g.stride_x)) return false;
+  if (g.dilation != 0 && (p.dilation_y != g.dilation || p.dilation_x != g.dilation)) return false;
+  switch (g.groups) {
+    case Geometry::Groups::kAny: break;
+    case Geometry::Groups::kOne:
+      if (p.groups != 1) return false;
+      break;
+    case Geometry::Groups::kDepthwise:
+      if (p.in_channels_per_group != 1 || p.out_channels_per_group != 1) return false;
+      break;
   }
-  return false;
+  const std::uint32_t in_channels = p.in_channels_per_group * p.groups;
+  const std::uint32_t out_channels = p.out_channels_per_group * p.groups;
+  return (in_.channels == 0 || in_channels == in_.channels) && (out_.channels == 0 || out_channels == out_.channels);
 }
 
 std::int32_t Conv2DKernelBase::IsValidParam(std::shared_ptr<runtime::LayerInfo> layer,
@@ -104,6 +111,7 @@ bool Conv2DKernelBase::Config(std::shared_ptr<runtime::LayerInfo> layer, std::sh
     case WeightOrder::kGNCHW: weight_ = gnchw; break;
     case WeightOrder::kGN4C4HW4c4n: weight_ = Function_Tensor_GNCHW_To_GN4C4HW4c4n_Fallback(gnchw, device); break;
     case WeightOrder::kGN8C8HW8c8n: weight_ = Function_Tensor_GNCHW_To_GN8C8HW8c8n_Fallback(gnchw, device); break;
+    case WeightOrder::kCustom: weight_ = PackWeight(gnchw, device); break;
   }
   if (!weight_) {
     utility::Log(utility::kLogError, "%s: the weight could not be packed.", GetName().c_str());
@@ -113,19 +121,24 @@ bool Conv2DKernelBase::Config(std::shared_ptr<runtime::LayerInfo> layer, std::sh
   return true;
 }
 
+Conv2DKernelBase::TensorCPUPtr Conv2DKernelBase::PackWeight(const TensorCPUPtr&,
+                                                            const std::shared_ptr<runtime::DeviceCPU>&) const {
+  return nullptr;
+}
+
 bool Conv2DKernelBase::MakePlan(const TensorShape& input, Conv2DPlan* plan) const {
   const Conv2DParams& p = params_;
   const auto& d = input.dims;
-  if (input.data_type != TensorShape::FLOAT32 || input.location != TensorShape::MainMemory) return false;
+  if (input.data_type != in_.type || input.location != TensorShape::MainMemory) return false;
   std::uint64_t stored_channels = 0;
-  if (lanes_ == 1) {
+  if (in_.lanes == 1) {
     if (d.size() != 3 || (input.layout != TensorShape::CHW && input.layout != TensorShape::FLEXIABLE)) return false;
     if (d[0] != InChannels()) return false;
     stored_channels = d[0];
   } else {
-    if (d.size() != 4 || input.layout != layout_ || d[3] != lanes_) return false;
-    if (d[0] != ChannelBlocks(InChannels(), lanes_)) return false;
-    stored_channels = std::uint64_t(d[0]) * lanes_;
+    if (d.size() != 4 || input.layout != in_.layout || d[3] != in_.lanes) return false;
+    if (d[0] != ChannelBlocks(InChannels(), in_.lanes)) return false;
+    stored_channels = std::uint64_t(d[0]) * in_.lanes;
   }
   const std::uint64_t ph = std::uint64_t(d[1]) + p.padding_t + p.padding_b;
   const std::uint64_t pw = std::uint64_t(d[2]) + p.padding_l + p.padding_r;
@@ -133,7 +146,8 @@ bool Conv2DKernelBase::MakePlan(const TensorShape& input, Conv2DPlan* plan) cons
   const std::int64_t ow = ConvOutputSize(static_cast<std::int64_t>(pw), p.kernel_x, p.stride_x, p.dilation_x);
   if (oh <= 0 || ow <= 0) return false;
   // Every buffer of the pass must stay addressable with int arguments.
-  const std::uint64_t out_stored = lanes_ == 1 ? OutChannels() : std::uint64_t(ChannelBlocks(OutChannels(), lanes_)) * lanes_;
+  const std::uint64_t out_stored =
+      out_.lanes == 1 ? OutChannels() : std::uint64_t(ChannelBlocks(OutChannels(), out_.lanes)) * out_.lanes;
   if (!FitsInt({stored_channels, ph, pw}) || !FitsInt({out_stored, std::uint64_t(oh), std::uint64_t(ow)})) {
     return false;
   }
@@ -153,24 +167,23 @@ bool Conv2DKernelBase::MakePlan(const TensorShape& input, Conv2DPlan* plan) cons
 std::vector<TensorShape> Conv2DKernelBase::GetOutputShapes(const std::vector<TensorShape>& inputs) const {
   Conv2DPlan plan;
   if (!configured_ || inputs.size() != 1 || !MakePlan(inputs[0], &plan)) return {};
-  if (lanes_ == 1) return {runtime::MakeShape({OutChannels(), plan.out_h, plan.out_w})};
-  return {runtime::MakeShape({ChannelBlocks(OutChannels(), lanes_), plan.out_h, plan.out_w, lanes_},
-                             TensorShape::FLOAT32, layout_)};
+  return {OutputShape(plan)};
 }
 
 std::int32_t Conv2DKernelBase::IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const {
-  if (!configured_ || CheckFloatTensors(inputs, 1) != kValid) return kInvalidTensor;
+  if (!configured_ || inputs.size() != 1 || !inputs[0]) return kInvalidTensor;
   if (!std::dynamic_pointer_cast<runtime::TensorCPU>(inputs[0])) return kInvalidTensor;
   Conv2DPlan plan;
   return MakePlan(inputs[0]->shape, &plan) ? kValid : kInvalidTensor;
 }
 
 std::int32_t Conv2DKernelBase::IsValidOutput(const std::vector<std::shared_ptr<runtime::Tensor>>& outputs) const {
-  if (CheckFloatTensors(outputs, 1) != kValid) return kInvalidTensor;
+  if (outputs.size() != 1 || !outputs[0]) return kInvalidTensor;
   const TensorShape& s = outputs[0]->shape;
-  if (lanes_ == 1) return s.dims.size() == 3 && s.dims[0] == OutChannels() ? kValid : kInvalidTensor;
-  return s.dims.size() == 4 && s.layout == layout_ && s.dims[3] == lanes_ &&
-                 s.dims[0] == ChannelBlocks(OutChannels(), lanes_)
+  if (s.data_type != out_.type || s.location != TensorShape::MainMemory) return kInvalidTensor;
+  if (out_.lanes == 1) return s.dims.size() == 3 && s.dims[0] == OutChannels() ? kValid : kInvalidTensor;
+  return s.dims.size() == 4 && s.layout == out_.layout && s.dims[3] == out_.lanes &&
+                 s.dims[0] == ChannelBlocks(OutChannels(), out_.lanes)
              ? kValid
              : kInvalidTensor;
 }
@@ -190,18 +203,24 @@ Conv2DKernelBase::TensorCPUPtr Conv2DKernelBase::Padded(const TensorCPUPtr& inpu
   return pad(input, p.padding_l, p.padding_r, p.padding_t, p.padding_b, 0.0f, device);
 }
 
+TensorShape Conv2DKernelBase::OutputShape(const Conv2DPlan& plan) const {
+  if (out_.lanes == 1) return runtime::MakeShape({OutChannels(), plan.out_h, plan.out_w}, out_.type);
+  return runtime::MakeShape({ChannelBlocks(OutChannels(), out_.lanes), plan.out_h, plan.out_w, out_.lanes}, out_.type,
+                            out_.layout);
+}
+
 Conv2DKernelBase::TensorCPUPtr Conv2DKernelBase::CreateOutput(const Conv2DPlan& plan,
                                                               runtime::DeviceCPU& device) const {
-  if (lanes_ == 1) return device.CreateTensor(runtime::MakeShape({OutChannels(), plan.out_h, plan.out_w}));
-  return device.CreateTensor(runtime::MakeShape({ChannelBlocks(OutChannels(), lanes_), plan.out_h, plan.out_w, lanes_},
-                                                TensorShape::FLOAT32, layout_));
+  return device.CreateTensor(OutputShape(plan));
 }
 
 Conv2DKernelBase::TensorCPUPtr Conv2DKernelBase::BiasedOutput(const Conv2DPlan& plan, runtime::DeviceCPU& device,
                                                               FillFn fill) const {
   auto output = CreateOutput(plan, device);
-  if (bias_) {
+  if (bias_ && fill) {
     fill(output, bias_);
+  } else if (out_.type == TensorShape::INT16) {
+    FillZero_MainMemory_Int16_Fallback_M1(output);
   } else {
     FillZero_MainMemory_Float_Fallback_M1(output);
   }
@@ -225,9 +244,10 @@ bool Conv2DKernelBase::ForwardByColumns(const std::vector<std::shared_ptr<runtim
   const int rows = blocks * taps;
   const int oh = static_cast<int>(plan.out_h), ow = static_cast<int>(plan.out_w);
   const unsigned urows = static_cast<unsigned>(rows);
-  auto column = device->CreateTensor(lanes_ == 1 ? runtime::MakeShape({urows, plan.out_h, plan.out_w})
-                                                 : runtime::MakeShape({urows, plan.out_h, plan.out_w, lanes_},
-                                                                      TensorShape::FLOAT32, layout_));
+  const std::uint32_t lanes = in_.lanes;
+  auto column = device->CreateTensor(lanes == 1 ? runtime::MakeShape({urows, plan.out_h, plan.out_w})
+                                                : runtime::MakeShape({urows, plan.out_h, plan.out_w, lanes},
+                                                                     TensorShape::FLOAT32, in_.layout));
   pass.im2col(blocks, static_cast<int>(plan.padded_h), static_cast<int>(plan.padded_w), rows, oh, ow,
               static_cast<int>(p.kernel_y), static_cast<int>(p.kernel_x), static_cast<int>(p.stride_y),
               static_cast<int>(p.stride_x), static_cast<int>(p.dilation_y), static_cast<int>(p.dilation_x),
@@ -236,7 +256,7 @@ bool Conv2DKernelBase::ForwardByColumns(const std::vector<std::shared_ptr<runtim
   float* col = column->DataAs<float>();
   float* out = output->DataAs<float>();
   float* weight = weight_->DataAs<float>();
-  if (lanes_ == 1) {
+  if (lanes == 1) {
     const int group_rows = static_cast<int>(p.in_channels_per_group) * taps;
     const int outs = static_cast<int>(p.out_channels_per_group);
     const std::ptrdiff_t plane = std::ptrdiff_t(oh) * ow;
@@ -246,9 +266,23 @@ bool Conv2DKernelBase::ForwardByColumns(const std::vector<std::shared_ptr<runtim
     }
   } else {
     // Column block (c, ky, kx) meets weight tile (ob, c, ky, kx).
-    pass.core(static_cast<int>(lanes_) * rows, oh, ow, col, rows, static_cast<int>(OutChannels()), 1, 1, 1, 1, 1, 1,
+    pass.core(static_cast<int>(lanes) * rows, oh, ow, col, rows, static_cast<int>(OutChannels()), 1, 1, 1, 1, 1, 1,
               1, weight, static_cast<int>(output->shape.dims[0]), oh, ow, out);
   }
+  outputs.assign(1, output);
+  return true;
+}
+
+bool Conv2DKernelBase::ForwardDirect(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+                                     std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
+                                     const std::shared_ptr<runtime::Context>& context, const DirectPass& pass) const {
+  Conv2DPlan plan;
+  auto input = ForwardInput(inputs, context, &plan);
+  if (!input) return false;
+  const auto& device = context->cpu;
+  auto padded = pass.pad ? Padded(input, pass.pad, device) : input;
+  auto output = BiasedOutput(plan, *device, pass.fill);
+  pass.step(padded, output, weight_);
   outputs.assign(1, output);
   return true;
 }

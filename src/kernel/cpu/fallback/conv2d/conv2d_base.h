@@ -36,10 +36,50 @@ struct Conv2DPlan {
 
 class Conv2DKernelBase : public LayerKernelBase {
  public:
-  // The geometry a member's name promises.
-  enum class Geometry { kAny, kGroups1, k1x1 };
-  // The order Config packs the weight into.
-  enum class WeightOrder { kGNCHW, kGN4C4HW4c4n, kGN8C8HW8c8n };
+  // The geometry a member's name promises; a zero field accepts any value.
+  struct Geometry {
+    std::uint32_t kernel_y = 0, kernel_x = 0;
+    std::uint32_t stride_y = 0, stride_x = 0;
+    std::uint32_t dilation = 0;  // the same on both axes
+    // kDepthwise: as many groups as input and output channels.
+    enum class Groups { kAny, kOne, kDepthwise } groups = Groups::kAny;
+
+    static Geometry Any() { return {}; }
+    static Geometry OneGroup() {
+      Geometry g;
+      g.groups = Groups::kOne;
+      return g;
+    }
+    // Kernel and stride fixed, dilation 1, one group: the specialised members.
+    static Geometry Fixed(std::uint32_t ky, std::uint32_t kx, std::uint32_t sy, std::uint32_t sx) {
+      return {ky, kx, sy, sx, 1, Groups::kOne};
+    }
+    // The same with one group per channel.
+    static Geometry Depthwise(std::uint32_t ky, std::uint32_t kx, std::uint32_t sy, std::uint32_t sx) {
+      return {ky, kx, sy, sx, 1, Groups::kDepthwise};
+    }
+  };
+  // The order Config packs the weight into (kCustom: the member's PackWeight).
+  enum class WeightOrder { kGNCHW, kGN4C4HW4c4n, kGN8C8HW8c8n, kCustom };
+  // One side of a member: the layout of the tensor it reads or writes, its
+  // lanes (1 for CHW, 4 for C4HW4, 8 for C8HW8), its element type and, for
+  // members that serve one channel count only (image stems reading 3
+  // channels, heads writing 3 or 1), that count (0: any).
+  struct Port {
+    runtime::TensorShape::Layout layout = runtime::TensorShape::CHW;
+    std::uint32_t lanes = 1;
+    runtime::TensorShape::DataType type = runtime::TensorShape::FLOAT32;
+    std::uint32_t channels = 0;
+
+    static Port CHW(std::uint32_t channels = 0) {
+      return {runtime::TensorShape::CHW, 1, runtime::TensorShape::FLOAT32, channels};
+    }
+    static Port C4HW4() { return {runtime::TensorShape::C4HW4, 4, runtime::TensorShape::FLOAT32, 0}; }
+    static Port C8HW8() { return {runtime::TensorShape::C8HW8, 8, runtime::TensorShape::FLOAT32, 0}; }
+    static Port Blocked(runtime::TensorShape::Layout layout, std::uint32_t lanes) {
+      return {layout, lanes, runtime::TensorShape::FLOAT32, 0};
+    }
+  };
 
   // -1 unless the record is a Conv2dInfo with non-zero channels, kernel,
   // stride, dilation and groups, channels divisible by the groups, and the
@@ -51,12 +91,12 @@ class Conv2DKernelBase : public LayerKernelBase {
   // the weight into the member's order.
   bool Config(std::shared_ptr<runtime::LayerInfo> layer, std::shared_ptr<runtime::InferenceParam> param,
               std::shared_ptr<runtime::Context> context) override;
-  // One output of N channels in the member's layout; empty for an input the
-  // kernel would refuse.
+  // One output of N channels in the member's output layout; empty for an
+  // input the kernel would refuse.
   std::vector<runtime::TensorShape> GetOutputShapes(const std::vector<runtime::TensorShape>& inputs) const override;
-  // One float main-memory tensor in the member's layout with the configured
-  // channels, large enough for the kernel after padding, and small enough that
-  // every buffer of the pass stays within 2^31 - 1 floats.
+  // One main-memory tensor of the member's input type and layout with the
+  // configured channels, large enough for the kernel after padding, and small
+  // enough that every buffer of the pass stays within 2^31 - 1 elements.
   std::int32_t IsValidInput(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs) const override;
   std::int32_t IsValidOutput(const std::vector<std::shared_ptr<runtime::Tensor>>& outputs) const override;
 
@@ -75,6 +115,9 @@ class Conv2DKernelBase : public LayerKernelBase {
   using Im2colFn = void (*)(int imgC, int imgH, int imgW, int colC, int colH, int colW, int kernelY, int kernelX,
                             int strideY, int strideX, int dilateY, int dilateX, float* img, float* col);
   using CoreFn = void (*)(TARN_CONV_CORE_PARAMS);
+  // A convolution step: accumulates the convolution of the (padded) input
+  // with the packed weight onto the output, which holds the bias or zero.
+  using StepFn = void (*)(const TensorCPUPtr& input, const TensorCPUPtr& output, const TensorCPUPtr& weight);
   // A pass through a column matrix: pad, im2col, fill the output with the
   // bias, then the 1x1 core over the column matrix (once per group on CHW,
   // where the group's GNCHW weight is a plain matrix; blocked members have
@@ -85,13 +128,29 @@ class Conv2DKernelBase : public LayerKernelBase {
     FillFn fill;
     CoreFn core;
   };
+  // A pass without a column matrix: pad (null: the member reads the input
+  // as it is), fill the output with the bias (null: the output starts as
+  // zero whatever the bias; the step then applies it itself), then the step.
+  struct DirectPass {
+    PadFn pad;
+    FillFn fill;
+    StepFn step;
+  };
 
-  // lanes: 1 for CHW, 4 for C4HW4, 8 for C8HW8. builds_column: whether
-  // Forward builds a column matrix (its size is checked against the int range).
-  // Everything but Forward is decided here, in baseline code, so that asking
-  // a vector member about a record never runs instructions of its family.
+  // builds_column: whether Forward builds a column matrix (its size is
+  // checked against the int range). Everything but Forward is decided here,
+  // in baseline code, so that asking a vector member about a record never
+  // runs instructions of its family.
+  Conv2DKernelBase(Port input, Port output, bool builds_column, Geometry geometry, WeightOrder order);
+  // A member reading and writing the same layout.
   Conv2DKernelBase(runtime::TensorShape::Layout layout, std::uint32_t lanes, bool builds_column, Geometry geometry,
-                   WeightOrder order);
+                   WeightOrder order)
+      : Conv2DKernelBase(Port::Blocked(layout, lanes), Port::Blocked(layout, lanes), builds_column, geometry,
+                         order) {}
+
+  // The weight of WeightOrder::kCustom members, packed once from GNCHW
+  // ([G, N/G, C/G, KY, KX]); null (logged by Config) when it cannot be.
+  virtual TensorCPUPtr PackWeight(const TensorCPUPtr& gnchw, const std::shared_ptr<runtime::DeviceCPU>& device) const;
 
   bool AcceptsGeometry(const Conv2DParams& p) const;
 
@@ -103,20 +162,29 @@ class Conv2DKernelBase : public LayerKernelBase {
   // The input with the record's zero border added by `pad` (the input itself
   // without padding).
   TensorCPUPtr Padded(const TensorCPUPtr& input, PadFn pad, const std::shared_ptr<runtime::DeviceCPU>& device) const;
-  // The output tensor of a pass, uninitialised.
+  // The output shape of a pass, and a tensor of it, uninitialised.
+  runtime::TensorShape OutputShape(const Conv2DPlan& plan) const;
+  // The output tensor of a pass in the output layout, uninitialised.
   TensorCPUPtr CreateOutput(const Conv2DPlan& plan, runtime::DeviceCPU& device) const;
-  // The output of a pass holding the bias (written by `fill`) or zero.
+  // The output of a pass holding the bias (written by `fill`) or zero (also
+  // when `fill` is null).
   TensorCPUPtr BiasedOutput(const Conv2DPlan& plan, runtime::DeviceCPU& device, FillFn fill) const;
   // The whole Forward of a column member.
   bool ForwardByColumns(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                         std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                         const std::shared_ptr<runtime::Context>& context, const ColumnPass& pass) const;
+  // The whole Forward of a direct member: pad, fill, step.
+  bool ForwardDirect(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+                     std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
+                     const std::shared_ptr<runtime::Context>& context, const DirectPass& pass) const;
+
+  const Port& input_port() const { return in_; }
+  const Port& output_port() const { return out_; }
 
   Conv2DParams params_;
 
  private:
-  runtime::TensorShape::Layout layout_;
-  std::uint32_t lanes_;
+  Port in_, out_;
   bool builds_column_;
   Geometry geometry_;
   WeightOrder order_;

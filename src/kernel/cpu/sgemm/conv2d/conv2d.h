@@ -13,7 +13,7 @@ class Conv2d_K1x1_S1x1_D1x1_G1_SGEMM_CHW_FLOAT_M1 : public Conv2DKernelBase {
   ~Conv2d_K1x1_S1x1_D1x1_G1_SGEMM_CHW_FLOAT_M1() override;
   TRN_KERNEL_NAME(Conv2d_K1x1_S1x1_D1x1_G1_SGEMM_CHW_FLOAT_M1)
   Conv2d_K1x1_S1x1_D1x1_G1_SGEMM_CHW_FLOAT_M1()
-      : Conv2DKernelBase(runtime::TensorShape::CHW, 1, false, Geometry::k1x1, WeightOrder::kGNCHW) {}
+      : Conv2DKernelBase(runtime::TensorShape::CHW, 1, false, Geometry::Fixed(1, 1, 1, 1), WeightOrder::kGNCHW) {}
   TRN_LAYER_FORWARD
 };
 

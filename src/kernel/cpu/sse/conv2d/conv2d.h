@@ -13,7 +13,7 @@ class Conv2D_Knxm_Snxm_Dnxm_Gn_SSE_CHW_Float_M1 : public Conv2DKernelBase {
   ~Conv2D_Knxm_Snxm_Dnxm_Gn_SSE_CHW_Float_M1() override;
   TRN_KERNEL_NAME(Conv2D_Knxm_Snxm_Dnxm_Gn_SSE_CHW_Float_M1)
   Conv2D_Knxm_Snxm_Dnxm_Gn_SSE_CHW_Float_M1()
-      : Conv2DKernelBase(runtime::TensorShape::CHW, 1, true, Geometry::kAny, WeightOrder::kGNCHW) {}
+      : Conv2DKernelBase(runtime::TensorShape::CHW, 1, true, Geometry::Any(), WeightOrder::kGNCHW) {}
   TRN_LAYER_FORWARD
 };
 
@@ -23,7 +23,7 @@ class Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C4HW4_Float_M1 : public Conv2DKernelBase {
   ~Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C4HW4_Float_M1() override;
   TRN_KERNEL_NAME(Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C4HW4_Float_M1)
   Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C4HW4_Float_M1()
-      : Conv2DKernelBase(runtime::TensorShape::C4HW4, 4, true, Geometry::kGroups1, WeightOrder::kGN4C4HW4c4n) {}
+      : Conv2DKernelBase(runtime::TensorShape::C4HW4, 4, true, Geometry::OneGroup(), WeightOrder::kGN4C4HW4c4n) {}
   TRN_LAYER_FORWARD
 };
 
@@ -34,7 +34,7 @@ class Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C8HW8_Float_M1 : public Conv2DKernelBase {
   ~Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C8HW8_Float_M1() override;
   TRN_KERNEL_NAME(Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C8HW8_Float_M1)
   Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C8HW8_Float_M1()
-      : Conv2DKernelBase(runtime::TensorShape::C8HW8, 8, true, Geometry::kGroups1, WeightOrder::kGN8C8HW8c8n) {}
+      : Conv2DKernelBase(runtime::TensorShape::C8HW8, 8, true, Geometry::OneGroup(), WeightOrder::kGN8C8HW8c8n) {}
   TRN_LAYER_FORWARD
 };
 
