@@ -22,6 +22,7 @@ import subprocess
 import sys
 import tempfile
 import time
+import warnings
 
 import numpy as np
 import torch
@@ -85,19 +86,31 @@ def main():
         torch.manual_seed(0)
         model = make().eval()
         onnx_path = os.path.join(work, name + ".onnx")
-        with torch.no_grad():
+        with torch.no_grad(), warnings.catch_warnings():
+            warnings.simplefilter("ignore")
             torch.onnx.export(model, x, onnx_path, opset_version=13, input_names=["x"], output_names=["y"])
             reference = model(x).numpy().reshape(-1)
         package = os.path.join(work, name + ".json")
         started = time.time()
-        done = subprocess.run([convert, onnx_path, package, "--tune"], capture_output=True, text=True)
+        done = subprocess.run([convert, onnx_path, package, "--tune", "--plan"], capture_output=True, text=True)
         convert_s = time.time() - started
         if done.returncode != 0:
             waits = sorted(set(re.findall(r"waits for ([^\n]*)", done.stderr)))
-            reason = "; ".join(waits) if waits else done.stderr.strip().splitlines()[-2:]
-            print("%-18s waits for %s" % (name, reason), flush=True)
-            rows.append((name, None))
+            reason = "; ".join(waits) if waits else " ".join(done.stderr.strip().splitlines()[-2:])
+            print("%-18s not converted: %s" % (name, ("waits for " + reason) if waits else reason), flush=True)
+            rows.append((name, reason))
             continue
+        # The plan says which of the registered kernels each layer got.
+        plan_path = os.path.join(work, name + ".plan.txt")
+        with open(plan_path, "w") as f:
+            f.write(done.stdout)
+        kernels = {}
+        for line in done.stdout.splitlines():
+            m = re.match(r"^\d+\s+.*\s(\S+_M\d+)\s", line)
+            if m:
+                kernels[m.group(1)] = kernels.get(m.group(1), 0) + 1
+        print("%-18s plan (%s): %s" % (name, plan_path, ", ".join("%s x%d" % kv for kv in sorted(kernels.items()))),
+              flush=True)
         input_bin = os.path.join(work, name + ".in.bin")
         x.numpy().astype("<f4").tofile(input_bin)
         dims = ",".join(str(d) for d in (x.shape[1:] if x.shape[0] == 1 else (x.shape[0], x.shape[2])))
@@ -134,8 +147,8 @@ def main():
     print("| network | library ms | PyTorch ms | ONNX Runtime ms | library / ORT | max rel diff to PyTorch |")
     print("|---|---|---|---|---|---|")
     for name, row in rows:
-        if row is None:
-            print("| %s | waits for kernels | | | | |" % name)
+        if isinstance(row, str):
+            print("| %s | not converted: waits for %s | | | | |" % (name, row))
         else:
             print("| %s | %.3f | %.3f | %.3f | %.2f | %.1e |" % (name, row["lib"], row["torch"], row["ort"],
                                                               row["lib"] / row["ort"], row["diff"]))
