@@ -80,6 +80,7 @@ def main():
     env = dict(os.environ, NODE_PATH=os.path.join(args.peers, "node_modules"))
     work = tempfile.mkdtemp(prefix="trn_networks_")
     rows = []
+    machine = ""
     for name, make, x in networks():
         if args.only and args.only != name:
             continue
@@ -123,7 +124,11 @@ def main():
         for _ in range(args.rounds):
             r = subprocess.run([runner, package, dims, input_bin, str(args.runs), "2", out_bin], capture_output=True,
                                text=True, check=True)
-            lib_times += json.loads(r.stdout.strip().splitlines()[-1])["times_ms"]
+            report = json.loads(r.stdout.strip().splitlines()[-1])
+            lib_times += report["times_ms"]
+            if not machine:
+                machine = "library CPU: %s; OpenBLAS core: %s" % (report["cpu"], report["openblas_core"])
+                print(machine, flush=True)
             with torch.no_grad():
                 model(x)
                 for _ in range(args.runs):

@@ -14,5 +14,5 @@ if [ ! -x "$build_dir/tools/trn_convert" ] || [ ! -x "$build_dir/bench/trn_net_r
   cmake --build "$build_dir" -j "$(nproc)" --target trn_convert trn_net_runner
 fi
 peers=$(bash bench/peers/install_ort.sh "$build_dir/_peers")
-echo "OpenBLAS core: ${OPENBLAS_CORETYPE:-auto}; $(nproc) logical cores; $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2)"
+echo "OPENBLAS_CORETYPE=${OPENBLAS_CORETYPE:-unset}; load average $(cut -d" " -f1-3 /proc/loadavg)"
 /usr/bin/python3 bench/run_networks.py "$build_dir" "$peers" "$@"

@@ -5,8 +5,9 @@
 //
 // DIMS are the runtime dims of the input (no batch axis), comma-separated, e.g.
 // 3,224,224 or 32,64. INPUT.bin holds raw little-endian float32. Prints one
-// JSON line {"median_ms": ..., "min_ms": ..., "runs": N, "times_ms": [...]} and
-// writes the first output's floats to OUTPUT.bin when given.
+// JSON line {"median_ms": ..., "min_ms": ..., "runs": N, "times_ms": [...],
+// "cpu": ..., "openblas_core": ...} and writes the first output's floats to
+// OUTPUT.bin when given.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -17,8 +18,11 @@
 #include <string>
 #include <vector>
 
+#include "tarn/runtime/device_cpu.h"
 #include "tarn/utility/log.h"
 #include "tarn/utility/model_loader.h"
+
+extern "C" char* openblas_get_corename(void);
 
 using namespace tarn;
 
@@ -86,6 +90,7 @@ int main(int argc, char** argv) {
   const double median = n % 2 ? sorted[n / 2] : 0.5 * (sorted[n / 2 - 1] + sorted[n / 2]);
   std::printf("{\"median_ms\": %.6f, \"min_ms\": %.6f, \"runs\": %zu, \"times_ms\": [", median, sorted[0], n);
   for (std::size_t k = 0; k < times.size(); ++k) std::printf("%s%.6f", k ? ", " : "", times[k]);
-  std::printf("]}\n");
+  std::printf("], \"cpu\": \"%s\", \"openblas_core\": \"%s\"}\n", runtime::DetectCPUDevice().ToString().c_str(),
+              openblas_get_corename());
   return 0;
 }
