@@ -61,12 +61,14 @@ bool BroadcastDims(const Dims& a, const Dims& b, Dims* out) {
 }
 
 // Offset into a tensor of `dims` broadcast to `out` for the output coordinates.
+// Runs once per folded element, so it keeps its stride in a register instead
+// of allocating a stride vector.
 std::int64_t BroadcastOffset(const Dims& dims, const Dims& out, const Dims& coords) {
-  const Dims s = Strides(dims);
-  std::int64_t offset = 0;
+  std::int64_t offset = 0, stride = 1;
   const std::size_t shift = out.size() - dims.size();
-  for (std::size_t k = 0; k < dims.size(); ++k) {
-    if (dims[k] != 1) offset += coords[k + shift] * s[k];
+  for (std::size_t k = dims.size(); k-- > 0;) {
+    if (dims[k] != 1) offset += coords[k + shift] * stride;
+    stride *= dims[k];
   }
   return offset;
 }
