@@ -1,19 +1,21 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the project needs, only those missing.
 # Groups beyond the base set: fuzz (clang, libFuzzer), reference (PyTorch,
-# OpenCV, NumPy for the reference-data scripts and peer benchmarks), onnx (the
-# ONNX exporter's dependency, for the ONNX Runtime peers), vision (torchvision,
-# for tools/make_resnet18_package.py).
+# OpenCV, NumPy for the reference-data scripts and peer benchmarks), onnx
+# (ONNX, torchvision and scikit-learn for the converter's fixtures, the digits
+# demo's training script, the network benchmark and the ONNX Runtime peers),
+# vision (torchvision, for tools/make_resnet18_package.py).
 set -euo pipefail
 
-packages=(cmake make g++ libgtest-dev libgmock-dev libbenchmark-dev rapidjson-dev libopenblas-dev qemu-user)
+packages=(cmake make g++ libgtest-dev libgmock-dev libbenchmark-dev rapidjson-dev libopenblas-dev qemu-user
+          libonnx-dev libprotobuf-dev)
 for group in "$@"; do
   case "$group" in
     fuzz) packages+=(clang libclang-rt-14-dev) ;;
     reference) packages+=(python3-torch python3-opencv python3-numpy) ;;
     vision) packages+=(python3-torchvision) ;;
     timing) packages+=(hyperfine) ;;
-    onnx) packages+=(python3-onnx) ;;
+    onnx) packages+=(python3-torch python3-torchvision python3-onnx python3-sklearn python3-numpy) ;;
     *) echo "unknown package group: $group" >&2; exit 2 ;;
   esac
 done
