@@ -25,68 +25,17 @@ namespace {
 using tarn::runtime::TensorShape;
 using TensorPtr = std::shared_ptr<tarn::runtime::Tensor>;
 using TensorCPUPtr = std::shared_ptr<tarn::runtime::TensorCPU>;
-
-enum class Width { kScalar, kSse, kAvx, kBlas };
-
-struct Result {
-  std::string shape, member;
-  Width width;
-  double seconds;  // per call
-  double flops;
-};
-
-std::vector<Result>& Results() {
-  static std::vector<Result> r;
-  return r;
-}
+using tarn::bench::Context;
+using tarn::bench::MapTensor;
+using tarn::bench::Measure;
+using tarn::bench::Random;
+using tarn::bench::Registry;
+using tarn::bench::Width;
+using tarn::bench::WidthName;
+using Result = tarn::bench::Timing;
+using tarn::bench::Results;
 
 double g_peak_sse = 0.0, g_peak_avx = 0.0, g_copy_fc = 0.0;
-
-std::vector<float> Random(std::size_t n, unsigned seed) {
-  std::mt19937 rng(seed);
-  std::uniform_real_distribution<float> d(-1.0f, 1.0f);
-  std::vector<float> v(n);
-  for (float& f : v) f = d(rng);
-  return v;
-}
-
-const tarn::runtime::KernelRegistry& Registry() {
-  static const tarn::runtime::KernelRegistry* r = [] {
-    auto* reg = new tarn::runtime::KernelRegistry();
-    tarn::kernel::RegisterFallback(*reg);
-    tarn::kernel::RegisterSSE(*reg);
-    tarn::kernel::RegisterAVX(*reg);
-    tarn::kernel::RegisterSGEMM(*reg);
-    return reg;
-  }();
-  return *r;
-}
-
-std::shared_ptr<tarn::runtime::Context> Context() {
-  static auto ctx = tarn::bench::MakeContext();
-  return ctx;
-}
-
-// Times `body` over the benchmark's iterations and records the result.
-template <typename Body>
-void Measure(benchmark::State& state, const std::string& shape, const std::string& member, Width width, double flops,
-             Body body) {
-  body();  // warm caches and the tensor pool
-  const auto start = std::chrono::steady_clock::now();
-  for (auto _ : state) body();
-  const double seconds =
-      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() / double(state.iterations());
-  // The library calls a benchmark several times while it sizes the run; the
-  // last call is the one it reports.
-  for (Result& r : Results()) {
-    if (r.shape == shape && r.member == member) {
-      r.seconds = seconds;
-      return void(state.counters["GFLOPs"] = flops / seconds * 1e-9);
-    }
-  }
-  Results().push_back({shape, member, width, seconds, flops});
-  state.counters["GFLOPs"] = flops / seconds * 1e-9;
-}
 
 // ---------------------------------------------------------------- convolution members
 
@@ -126,20 +75,6 @@ const ConvMember kConvMembers[] = {
     // above is the separate bias pass that follows the beta-0 product.
     {"Conv2d_K1x1_S1x1_D1x1_G1_SGEMM_CHW_FLOAT_M1", 1, Width::kBlas, true, false},
 };
-
-TensorCPUPtr MapTensor(unsigned c, unsigned h, unsigned w, unsigned lanes, unsigned seed) {
-  const std::vector<float> chw = Random(std::size_t(c) * h * w, seed);
-  auto device = Context()->cpu;
-  if (lanes == 1) return device->CreateTensor(tarn::runtime::MakeShape({c, h, w}), chw.data());
-  const unsigned blocks = (c + lanes - 1) / lanes;
-  std::vector<float> blocked(std::size_t(blocks) * h * w * lanes, 0.0f);
-  for (unsigned ch = 0; ch < c; ++ch)
-    for (unsigned p = 0; p < h * w; ++p) blocked[(std::size_t(ch / lanes) * h * w + p) * lanes + ch % lanes] = chw[ch * h * w + p];
-  return device->CreateTensor(
-      tarn::runtime::MakeShape({blocks, h, w, lanes}, TensorShape::FLOAT32,
-                               lanes == 4 ? TensorShape::C4HW4 : TensorShape::C8HW8),
-      blocked.data());
-}
 
 void BM_Conv(benchmark::State& state, const ConvShape* shape, const ConvMember* member) {
   auto info = std::make_shared<tarn::runtime::Conv2dInfo>();
@@ -424,16 +359,6 @@ void RegisterAll() {
                                1)
       ->Unit(benchmark::kMicrosecond)
       ->MinTime(0.3);
-}
-
-const char* WidthName(Width w) {
-  switch (w) {
-    case Width::kScalar: return "scalar";
-    case Width::kSse: return "SSE";
-    case Width::kAvx: return "AVX";
-    case Width::kBlas: return "BLAS";
-  }
-  return "";
 }
 
 // One row per run: GFLOP/s, speed-up over the portable member of the shape,

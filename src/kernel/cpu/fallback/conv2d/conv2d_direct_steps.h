@@ -356,35 +356,41 @@ void PlaneTileOf(int registers, bool partial, const PlanePass& a, const float* s
   }
 }
 
-// Channels [n0, n0 + NB) over every row, two registers of pixels per tile.
-template <typename V, int KY, int KX, int SY, int NB>
-void RunPlaneBlock(const PlanePass& a, int n0) {
-  constexpr int L = V::kLanes;
+// The tile of channels [n0, n0 + nb) (nb = 1 .. 6) at `src` / `dst`.
+template <typename V, int KY, int KX>
+void PlaneTileAt(int nb, int registers, bool partial, const PlanePass& a, const float* src, int n0, float* dst,
+                 int last) {
   const float* w = a.weight + ptrdiff_t(n0 / kPlaneChannels) * a.inChannels * KY * KX * kPlaneChannels;
+  float* d = dst + n0 * a.dstPlane;
+  switch (nb) {
+    case 1: return PlaneTileOf<V, KY, KX, 1>(registers, partial, a, src, w, d, last);
+    case 2: return PlaneTileOf<V, KY, KX, 2>(registers, partial, a, src, w, d, last);
+    case 3: return PlaneTileOf<V, KY, KX, 3>(registers, partial, a, src, w, d, last);
+    case 4: return PlaneTileOf<V, KY, KX, 4>(registers, partial, a, src, w, d, last);
+    case 5: return PlaneTileOf<V, KY, KX, 5>(registers, partial, a, src, w, d, last);
+    default: return PlaneTileOf<V, KY, KX, 6>(registers, partial, a, src, w, d, last);
+  }
+}
+
+// The whole pass, stride 1 along the row (the plane members are stride 1):
+// per row and per two registers of pixels, every block of six output
+// channels, so the input those pixels read stays in the first-level cache
+// while all the output channels are made from it.
+template <typename V, int KY, int KX, int SY>
+void RunPlanes(const PlanePass& a) {
+  constexpr int L = V::kLanes;
   const int vectors = (a.outW + L - 1) / L;
   const int last = a.outW - (vectors - 1) * L;  // pixels in the last register of a row
   for (int oy = 0; oy < a.outH; ++oy) {
     const float* src = a.src + oy * SY * a.srcRow;
-    float* dst = a.dst + n0 * a.dstPlane + oy * a.dstRow;
+    float* dst = a.dst + oy * a.dstRow;
     for (int v = 0; v < vectors; v += 2) {
       const int registers = vectors - v >= 2 ? 2 : 1;
-      PlaneTileOf<V, KY, KX, NB>(registers, v + registers == vectors && last < L, a, src + v * L, w, dst + v * L,
-                                 last);
-    }
-  }
-}
-
-// The whole pass, stride 1 along the row (the plane members are stride 1).
-template <typename V, int KY, int KX, int SY>
-void RunPlanes(const PlanePass& a) {
-  for (int n0 = 0; n0 < a.outChannels; n0 += kPlaneChannels) {
-    switch (a.outChannels - n0 < kPlaneChannels ? a.outChannels - n0 : kPlaneChannels) {
-      case 1: RunPlaneBlock<V, KY, KX, SY, 1>(a, n0); break;
-      case 2: RunPlaneBlock<V, KY, KX, SY, 2>(a, n0); break;
-      case 3: RunPlaneBlock<V, KY, KX, SY, 3>(a, n0); break;
-      case 4: RunPlaneBlock<V, KY, KX, SY, 4>(a, n0); break;
-      case 5: RunPlaneBlock<V, KY, KX, SY, 5>(a, n0); break;
-      default: RunPlaneBlock<V, KY, KX, SY, 6>(a, n0); break;
+      const bool partial = v + registers == vectors && last < L;
+      for (int n0 = 0; n0 < a.outChannels; n0 += kPlaneChannels) {
+        const int nb = a.outChannels - n0 < kPlaneChannels ? a.outChannels - n0 : kPlaneChannels;
+        PlaneTileAt<V, KY, KX>(nb, registers, partial, a, src + v * L, n0, dst + v * L, last);
+      }
     }
   }
 }

@@ -54,21 +54,6 @@ INSTANTIATE_TEST_SUITE_P(
                       ColumnCase{3, 13, 75, 23, 7, 2, true}),  // 35 x 9 = 315 pixels: panel edge mid-row
     TRN_INDEX_NAMES);
 
-TEST(ColumnProductTransform, PutsFourOutputChannelsPerColumnRowAndZeroBeyond) {
-  // outch 5, inch 2, kernel 2x2: 8 column rows, two blocks of four channels.
-  std::vector<float> w(5 * 8);
-  for (std::size_t i = 0; i < w.size(); ++i) w[i] = float(i + 1);
-  std::vector<float> tm(native::conv_im2col_sgemm_weight_floats(2, 5, 4), -1.0f);
-  ASSERT_EQ(tm.size(), 2u * 8 * 4);
-  native::conv_im2col_sgemm_transform_kernel_sse(w.data(), tm.data(), 2, 5, 4);
-  for (unsigned nb = 0; nb < 2; ++nb)
-    for (unsigned k = 0; k < 8; ++k)
-      for (unsigned j = 0; j < 4; ++j) {
-        const unsigned n = 4 * nb + j;
-        EXPECT_EQ(tm[(nb * 8 + k) * 4 + j], n < 5 ? w[n * 8 + k] : 0.0f) << nb << " " << k << " " << j;
-      }
-}
-
 }  // namespace
 }  // namespace testing
 }  // namespace tarn

@@ -9,11 +9,13 @@
 #include <vector>
 
 #include "kernel/cpu/conv2d_member_test_util.h"
+#include "tarn/kernel/native_gemm.h"
 
 namespace tarn {
 namespace testing {
 namespace {
 
+namespace native = kernel::native;
 using conv::MemberSpec;
 
 std::vector<MemberSpec> AllMembers() {
@@ -67,6 +69,22 @@ TEST_P(ConvMemberConfig, ConfiguresAndShapesOutputsInBaselineCode) {
 
 INSTANTIATE_TEST_SUITE_P(Members, ConvMemberConfig, ::testing::Range(0, static_cast<int>(AllMembers().size())),
                          [](const auto& info) { return std::string(AllMembers()[info.param].name); });
+
+// The column-matrix members' weight order, made by Config.
+TEST(ColumnProductTransform, PutsFourOutputChannelsPerColumnRowAndZeroBeyond) {
+  // outch 5, inch 2, kernel 2x2: 8 column rows, two blocks of four channels.
+  std::vector<float> w(5 * 8);
+  for (std::size_t i = 0; i < w.size(); ++i) w[i] = float(i + 1);
+  std::vector<float> tm(native::conv_im2col_sgemm_weight_floats(2, 5, 4), -1.0f);
+  ASSERT_EQ(tm.size(), 2u * 8 * 4);
+  native::conv_im2col_sgemm_transform_kernel_sse(w.data(), tm.data(), 2, 5, 4);
+  for (unsigned nb = 0; nb < 2; ++nb)
+    for (unsigned k = 0; k < 8; ++k)
+      for (unsigned j = 0; j < 4; ++j) {
+        const unsigned n = 4 * nb + j;
+        EXPECT_EQ(tm[(nb * 8 + k) * 4 + j], n < 5 ? w[n * 8 + k] : 0.0f) << nb << " " << k << " " << j;
+      }
+}
 
 }  // namespace
 }  // namespace testing
