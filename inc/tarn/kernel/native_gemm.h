@@ -68,7 +68,8 @@ constexpr long conv_im2col_sgemm_weight_floats(int inch, int outch, int kernel_s
 // in[c][oy * strideY + ky][ox * strideX + kx] for a padded CHW input
 // [inC, inH, inW] and CHW output [outC, outH, outW]; bias null means none.
 // The routine builds the column matrix itself, a panel of output pixels at a
-// time (the panel stays in the second-level cache), and multiplies each panel
+// time (the panel stays in the second-level cache; its scratch is allocated
+// per call and a failed allocation throws std::bad_alloc), and multiplies each panel
 // with the re-ordered weight four output channels by 24 pixels at a time,
 // the accumulators starting from the bias: no fill pass before.
 void conv_im2col_sgemm_avx(int inC, int inH, int inW, const float* in, int outC, int outH, int outW, float* out,

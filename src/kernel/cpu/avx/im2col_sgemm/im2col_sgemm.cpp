@@ -1,7 +1,7 @@
 #include "kernel/cpu/avx/im2col_sgemm/im2col_sgemm.h"
 
-#include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include "kernel/cpu/avx/conv_core/avx_registers.h"
 #include "tarn/kernel/native_gemm.h"
@@ -18,7 +18,16 @@ using V = AvxRegisters;
 
 // Output pixels per panel of the column matrix: eight tiles of 24 pixels; a
 // panel of a 7x7 stem's 147 rows is 113 KB, inside the second-level cache.
+// Layers with so many input channels that a panel would pass kPanelBytes
+// take narrower panels (a whole number of registers, one at the least), so
+// the scratch stays a few times the input whatever the record claims.
 constexpr int kPanel = 192;
+constexpr long kPanelBytes = 4l << 20;
+
+int PanelPixels(int depth) {
+  const long fit = kPanelBytes / (long(depth) * long(sizeof(float))) / 8 * 8;
+  return fit >= kPanel ? kPanel : (fit >= 8 ? static_cast<int>(fit) : 8);
+}
 constexpr int kRows = 4;  // output channels per tile (the weight's block)
 
 // `n` values src[0], src[stride], ... into dst. Stride 2 gathers the even
@@ -113,10 +122,12 @@ void conv_im2col_sgemm_avx(int inC, int inH, int inW, const float* in, int outC,
   const int depth = inC * kernelY * kernelX;
   const int pixels = outH * outW;
   const ptrdiff_t plane = pixels;
-  float* col = static_cast<float*>(std::aligned_alloc(32, sizeof(float) * ptrdiff_t(depth) * kPanel));
-  TARN_NATIVE_ASSERT(col != nullptr);
-  for (int p0 = 0; p0 < pixels; p0 += kPanel) {
-    const int count = pixels - p0 < kPanel ? pixels - p0 : kPanel;
+  const int panel = PanelPixels(depth);
+  // A failed allocation throws std::bad_alloc, as the tensor pools do.
+  std::vector<float> scratch(std::size_t(depth) * panel);
+  float* col = scratch.data();
+  for (int p0 = 0; p0 < pixels; p0 += panel) {
+    const int count = pixels - p0 < panel ? pixels - p0 : panel;
     const int width = (count + 7) / 8 * 8;
     BuildPanel(in, inC, inH, inW, outW, kernelY, kernelX, strideY, strideX, p0, count, width, col);
     // 24 pixels at a time across every channel block: the slice of the
@@ -139,7 +150,6 @@ void conv_im2col_sgemm_avx(int inC, int inH, int inW, const float* in, int outC,
       }
     }
   }
-  std::free(col);
 }
 
 }  // namespace native

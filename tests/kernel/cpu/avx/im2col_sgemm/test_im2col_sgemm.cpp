@@ -1,5 +1,6 @@
 // The column-matrix product of the large-kernel CHW members on raw pointers:
-// panels of output pixels (a panel boundary inside a row, a short last panel),
+// panels of output pixels (a panel boundary inside a row, a short last panel,
+// the narrow panels of a layer with very many input channels),
 // output channel counts that leave a partial block of four, strides 1 to 3,
 // with and without bias, against the double reference.
 #include <gtest/gtest.h>
@@ -51,7 +52,8 @@ INSTANTIATE_TEST_SUITE_P(
                       ColumnCase{2, 3, 9, 40, 5, 1, true},     // stride 1 (copied rows), 5 x 36 pixels
                       ColumnCase{4, 5, 16, 16, 3, 3, false},   // stride 3 (gathered one by one)
                       ColumnCase{1, 1, 7, 7, 7, 2, true},      // one pixel, one channel
-                      ColumnCase{3, 13, 75, 23, 7, 2, true}),  // 35 x 9 = 315 pixels: panel edge mid-row
+                      ColumnCase{3, 13, 75, 23, 7, 2, true},   // 35 x 9 = 315 pixels: panel edge mid-row
+                      ColumnCase{1100, 5, 21, 21, 7, 2, true}),  // 53900 rows: narrow panels of 16 pixels
     TRN_INDEX_NAMES);
 
 }  // namespace
