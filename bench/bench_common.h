@@ -1,13 +1,15 @@
 // Shared set-up of the benchmark programs: the run's context lines (processor,
-// OpenBLAS core), a device for tensor factories, the FMA peak and copy
-// bandwidth yardsticks, and for the kernel benchmarks a registry of every
-// family, random maps in each layout and a table of timed results.
+// OpenBLAS core), a device for tensor factories, the measured FMA peaks and
+// copy bandwidth, and for the kernel benchmarks a registry of every family,
+// random maps in any layout and the timing records their tables print.
 #pragma once
 
 #include <benchmark/benchmark.h>
 #include <cblas.h>
 
 #include <immintrin.h>
+
+#include <time.h>
 
 #include <chrono>
 #include <cstring>
@@ -39,19 +41,30 @@ inline std::shared_ptr<runtime::Context> MakeContext() {
   return runtime::CreateContext(device, nullptr, nullptr, nullptr, nullptr, nullptr);
 }
 
+// Seconds of processor time this thread has used. On a machine shared with
+// other work, ratios of thread times stay meaningful where wall-clock ratios
+// do not (time spent waiting for a core is not counted).
+inline double ThreadSeconds() {
+  timespec ts;
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+  return static_cast<double>(ts.tv_sec) + 1e-9 * static_cast<double>(ts.tv_nsec);
+}
+
 // Single-thread fused multiply-add peak in GFLOP/s for a vector width of 4
 // (SSE + FMA) or 8 (AVX2 + FMA) floats: ten independent accumulator chains
 // hide the FMA latency. Measured, not taken from a data sheet.
-__attribute__((target("avx2,fma"))) inline double FmaPeakGflopsAvx() {
+__attribute__((target("avx2,fma"))) inline double FmaPeakGflopsAvx(bool thread_time = false) {
   __m256 acc[10];
   for (int i = 0; i < 10; ++i) acc[i] = _mm256_set1_ps(0.001f * static_cast<float>(i));
   const __m256 a = _mm256_set1_ps(0.999999f), b = _mm256_set1_ps(1e-7f);
   const long iterations = 20000000;
+  const double cpu_start = ThreadSeconds();
   const auto start = std::chrono::steady_clock::now();
   for (long it = 0; it < iterations; ++it) {
     for (int i = 0; i < 10; ++i) acc[i] = _mm256_fmadd_ps(acc[i], a, b);
   }
-  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  const double seconds = thread_time ? ThreadSeconds() - cpu_start
+                                     : std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   float sink[8];
   __m256 s = acc[0];
   for (int i = 1; i < 10; ++i) s = _mm256_add_ps(s, acc[i]);
@@ -60,16 +73,18 @@ __attribute__((target("avx2,fma"))) inline double FmaPeakGflopsAvx() {
   return 2.0 * 8 * 10 * static_cast<double>(iterations) / seconds * 1e-9;
 }
 
-__attribute__((target("sse4.1,fma"))) inline double FmaPeakGflopsSse() {
+__attribute__((target("sse4.1,fma"))) inline double FmaPeakGflopsSse(bool thread_time = false) {
   __m128 acc[10];
   for (int i = 0; i < 10; ++i) acc[i] = _mm_set1_ps(0.001f * static_cast<float>(i));
   const __m128 a = _mm_set1_ps(0.999999f), b = _mm_set1_ps(1e-7f);
   const long iterations = 20000000;
+  const double cpu_start = ThreadSeconds();
   const auto start = std::chrono::steady_clock::now();
   for (long it = 0; it < iterations; ++it) {
     for (int i = 0; i < 10; ++i) acc[i] = _mm_fmadd_ps(acc[i], a, b);
   }
-  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  const double seconds = thread_time ? ThreadSeconds() - cpu_start
+                                     : std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   float sink[4];
   __m128 s = acc[0];
   for (int i = 1; i < 10; ++i) s = _mm_add_ps(s, acc[i]);
@@ -101,6 +116,59 @@ inline double CopyBandwidthGBs(size_t bytes) {
 
 // ---------------------------------------------------------------- kernel benchmarks
 
+// The vector width a timing is set against (its FMA peak).
+enum class Width { kScalar, kSse, kAvx, kBlas };
+
+inline const char* WidthName(Width w) {
+  switch (w) {
+    case Width::kScalar: return "scalar";
+    case Width::kSse: return "SSE";
+    case Width::kAvx: return "AVX";
+    case Width::kBlas: return "BLAS";
+  }
+  return "";
+}
+
+// One timed run: seconds per call of `member` on `shape`, and its flops.
+struct Timing {
+  std::string shape, member;
+  Width width;
+  double seconds;  // per call, wall clock
+  double flops;
+  double thread_seconds;  // per call, this thread's processor time
+};
+
+using Result = Timing;
+
+inline std::vector<Timing>& Results() {
+  static std::vector<Timing> r;
+  return r;
+}
+
+// Times `body` over the benchmark's iterations and records the result.
+template <typename Body>
+void Measure(benchmark::State& state, const std::string& shape, const std::string& member, Width width, double flops,
+             Body body) {
+  body();  // warm caches and the tensor pool
+  const double cpu_start = ThreadSeconds();
+  const auto start = std::chrono::steady_clock::now();
+  for (auto _ : state) body();
+  const double seconds =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() / double(state.iterations());
+  const double thread_seconds = (ThreadSeconds() - cpu_start) / double(state.iterations());
+  state.counters["GFLOPs"] = flops / seconds * 1e-9;
+  // The library calls a benchmark several times while it sizes the run; the
+  // last call is the one it reports.
+  for (Timing& r : Results()) {
+    if (r.shape == shape && r.member == member) {
+      r.seconds = seconds;
+      r.thread_seconds = thread_seconds;
+      return;
+    }
+  }
+  Results().push_back({shape, member, width, seconds, flops, thread_seconds});
+}
+
 inline std::vector<float> Random(std::size_t n, unsigned seed) {
   std::mt19937 rng(seed);
   std::uniform_real_distribution<float> d(-1.0f, 1.0f);
@@ -127,7 +195,7 @@ inline std::shared_ptr<runtime::Context> Context() {
   return ctx;
 }
 
-// A random CHW map [c, h, w] in the layout of `lanes` (1 CHW, 4 C4HW4, 8 C8HW8).
+// A random c x h x w map stored in CHW (lanes 1), C4HW4 or C8HW8, tail lanes zero.
 inline std::shared_ptr<runtime::TensorCPU> MapTensor(unsigned c, unsigned h, unsigned w, unsigned lanes,
                                                      unsigned seed) {
   using runtime::TensorShape;
@@ -137,57 +205,13 @@ inline std::shared_ptr<runtime::TensorCPU> MapTensor(unsigned c, unsigned h, uns
   const unsigned blocks = (c + lanes - 1) / lanes;
   std::vector<float> blocked(std::size_t(blocks) * h * w * lanes, 0.0f);
   for (unsigned ch = 0; ch < c; ++ch)
-    for (unsigned p = 0; p < h * w; ++p)
+    for (unsigned p = 0; p < h * w; ++p) {
       blocked[(std::size_t(ch / lanes) * h * w + p) * lanes + ch % lanes] = chw[std::size_t(ch) * h * w + p];
-  return device->CreateTensor(
-      runtime::MakeShape({blocks, h, w, lanes}, TensorShape::FLOAT32, lanes == 4 ? TensorShape::C4HW4 : TensorShape::C8HW8),
-      blocked.data());
-}
-
-// The vector width a result is measured against.
-enum class Width { kScalar, kSse, kAvx, kBlas };
-
-inline const char* WidthName(Width w) {
-  switch (w) {
-    case Width::kScalar: return "scalar";
-    case Width::kSse: return "SSE";
-    case Width::kAvx: return "AVX";
-    case Width::kBlas: return "BLAS";
-  }
-  return "";
-}
-
-struct Result {
-  std::string shape, member;
-  Width width;
-  double seconds;  // per call
-  double flops;
-};
-
-inline std::vector<Result>& Results() {
-  static std::vector<Result> r;
-  return r;
-}
-
-// Times `body` over the benchmark's iterations and records the result.
-template <typename Body>
-void Measure(benchmark::State& state, const std::string& shape, const std::string& member, Width width, double flops,
-             Body body) {
-  body();  // warm caches and the tensor pool
-  const auto start = std::chrono::steady_clock::now();
-  for (auto _ : state) body();
-  const double seconds =
-      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() / double(state.iterations());
-  state.counters["GFLOPs"] = flops / seconds * 1e-9;
-  // The library calls a benchmark several times while it sizes the run; the
-  // last call is the one it reports.
-  for (Result& r : Results()) {
-    if (r.shape == shape && r.member == member) {
-      r.seconds = seconds;
-      return;
     }
-  }
-  Results().push_back({shape, member, width, seconds, flops});
+  return device->CreateTensor(
+      runtime::MakeShape({blocks, h, w, lanes}, TensorShape::FLOAT32,
+                         lanes == 4 ? TensorShape::C4HW4 : TensorShape::C8HW8),
+      blocked.data());
 }
 
 // Creates kernel `name`, configures it with `info` and times its Forward on

@@ -18,6 +18,13 @@
 
 // Specialised convolutions.
 // (specialised conv includes)
+#include "kernel/cpu/avx/conv2d_image/conv2d_image.h"
+#include "kernel/cpu/avx/conv2d_k1x1/conv2d_k1x1.h"
+#include "kernel/cpu/avx/conv2d_k1x3/conv2d_k1x3.h"
+#include "kernel/cpu/avx/conv2d_k3x3/conv2d_k3x3.h"
+#include "kernel/cpu/avx/conv2d_k5x5/conv2d_k5x5.h"
+#include "kernel/cpu/avx/im2col_sgemm/im2col_sgemm.h"
+#include "kernel/cpu/avx/strassen/strassen.h"
 
 // Depthwise and transposed convolutions.
 // (depthwise conv includes)
@@ -88,6 +95,29 @@ void RegisterAVX(runtime::KernelRegistry& registry) {
 
   // Specialised convolutions.
   // (specialised conv registrations)
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S1x1_D1x1_G1_AVX_CHW_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S1x1_D1x1_G1_AVX_C4HW4_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M2);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M3);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_Strassen_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_TO_CHW_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_TO_C4HW4_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S1x1_D1x1_G1_AVX_C4HW4_TO_C8HW8_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S2x2_D1x1_G1_AVX_C8HW8_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x3_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x1_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S1x1_D1x1_G1_AVX_CHW_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S1x1_D1x1_G1_AVX_C4HW4_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S1x1_D1x1_G1_AVX_3In_CHW_To_C4HW4_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S1x1_D1x1_G1_AVX_3In_CHW_To_C8HW8_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S1x1_D1x1_G1_AVX_C4HW4_To_CHW_3Out_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S1x1_D1x1_G1_AVX_C8HW8_To_CHW_1Out_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S2x2_D1x1_G1_AVX_C8HW8_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K5x5_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K5x5_S2x2_D1x1_G1_AVX_CHW_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K7x7_S2x2_D1x1_G1_AVX_CHW_FLOAT_M1);
 
   // Depthwise and transposed convolutions.
   // (depthwise conv registrations)

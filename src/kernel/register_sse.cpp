@@ -16,6 +16,7 @@
 
 // Specialised convolutions.
 // (specialised conv includes)
+#include "kernel/cpu/sse/conv2d_image/conv2d_image.h"
 
 // Depthwise and transposed convolutions.
 // (depthwise conv includes)
@@ -92,6 +93,7 @@ void RegisterSSE(runtime::KernelRegistry& registry) {
 
   // Specialised convolutions.
   // (specialised conv registrations)
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S1x1_D1x1_G1_SSE_3In_CHW_To_C4HW4_FLOAT_M1);
 
   // Depthwise and transposed convolutions.
   // (depthwise conv registrations)

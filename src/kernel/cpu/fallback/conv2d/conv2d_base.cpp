@@ -77,6 +77,9 @@ bool Conv2DKernelBase::AcceptsGeometry(const Conv2DParams& p) const {
   if ((g.kernel_y != 0 && p.kernel_y != g.kernel_y) || (g.kernel_x != 0 && p.kernel_x != g.kernel_x)) return false;
   if ((g.stride_y != 0 && p.stride_y != g.stride_y) || (g.stride_x != 0 && p.stride_x != g.stride_x)) return false;
   if (g.dilation != 0 && (p.dilation_y != g.dilation || p.dilation_x != g.dilation)) return false;
+  if (!g.takes_padding && (p.padding_l != 0 || p.padding_r != 0 || p.padding_t != 0 || p.padding_b != 0)) {
+    return false;
+  }
   switch (g.groups) {
     case Geometry::Groups::kAny: break;
     case Geometry::Groups::kOne:
@@ -273,6 +276,20 @@ bool Conv2DKernelBase::ForwardDirect(const std::vector<std::shared_ptr<runtime::
   auto padded = pass.pad ? Padded(input, pass.pad, device) : input;
   auto output = BiasedOutput(plan, *device, pass.fill);
   pass.step(padded, output, weight_);
+  outputs.assign(1, output);
+  return true;
+}
+
+bool Conv2DKernelBase::ForwardWriting(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+                                      std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
+                                      const std::shared_ptr<runtime::Context>& context,
+                                      const WritingPass& pass) const {
+  Conv2DPlan plan;
+  auto input = ForwardInput(inputs, context, &plan);
+  if (!input) return false;
+  auto padded = pass.pad ? Padded(input, pass.pad, context->cpu) : input;
+  auto output = CreateOutput(plan, *context->cpu);
+  pass.step(padded, output, weight_, bias_, context);
   outputs.assign(1, output);
   return true;
 }

@@ -81,6 +81,9 @@ class Conv2DKernelBase : public LayerKernelBase {
     std::uint32_t dilation = 0;  // the same on both axes
     // kDepthwise: as many groups as input and output channels.
     enum class Groups { kAny, kOne, kDepthwise } groups = Groups::kAny;
+    // False for members that read their input as it is (no padding helper):
+    // they refuse records with padding.
+    bool takes_padding = true;
 
     static Geometry Any() { return {}; }
     static Geometry OneGroup() {
@@ -95,6 +98,12 @@ class Conv2DKernelBase : public LayerKernelBase {
     // The same with one group per channel.
     static Geometry Depthwise(std::uint32_t ky, std::uint32_t kx, std::uint32_t sy, std::uint32_t sx) {
       return {ky, kx, sy, sx, 1, Groups::kDepthwise};
+    }
+    // This geometry without padding.
+    Geometry Unpadded() const {
+      Geometry g = *this;
+      g.takes_padding = false;
+      return g;
     }
   };
   // The order Config packs the weight into (kCustom: the member's PackWeight).
@@ -182,6 +191,17 @@ class Conv2DKernelBase : public LayerKernelBase {
     FillFn fill;
     StepFn step;
   };
+  // A step that writes every output element itself, starting from the bias
+  // (null: no bias) instead of a filled output; `context` supplies its
+  // scratch tensors.
+  using WritingStepFn = void (*)(const TensorCPUPtr& input, const TensorCPUPtr& output, const TensorCPUPtr& weight,
+                                 const TensorCPUPtr& bias, const std::shared_ptr<runtime::Context>& context);
+  // A pass whose step owns the output: pad (null: the input as it is), then
+  // the step on an uninitialised output. No fill pass touches the output.
+  struct WritingPass {
+    PadFn pad;
+    WritingStepFn step;
+  };
 
   // builds_column: whether Forward builds a column matrix (its size is
   // checked against the int range). Everything but Forward is decided here,
@@ -223,6 +243,10 @@ class Conv2DKernelBase : public LayerKernelBase {
   bool ForwardDirect(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
                      std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
                      const std::shared_ptr<runtime::Context>& context, const DirectPass& pass) const;
+  // The whole Forward of a member whose step writes the output: pad, step.
+  bool ForwardWriting(const std::vector<std::shared_ptr<runtime::Tensor>>& inputs,
+                      std::vector<std::shared_ptr<runtime::Tensor>>& outputs,
+                      const std::shared_ptr<runtime::Context>& context, const WritingPass& pass) const;
 
   const Port& input_port() const { return in_; }
   const Port& output_port() const { return out_; }
