@@ -16,6 +16,9 @@
 
 // Specialised convolutions.
 // (specialised conv includes)
+#include "kernel/cpu/sse/conv2d_k1x1/conv2d_k1x1.h"
+#include "kernel/cpu/sse/conv2d_k3x3/conv2d_k3x3.h"
+#include "kernel/cpu/sse/conv2d_k1x3_k3x1/conv2d_k1x3_k3x1.h"
 
 // Depthwise and transposed convolutions.
 // (depthwise conv includes)
@@ -81,6 +84,28 @@ void RegisterSSE(runtime::KernelRegistry& registry) {
 
   // Specialised convolutions.
   // (specialised conv registrations)
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M2);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S1x1_D1x1_G1_SSE_C8HW8_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S2x2_D1x1_G1_SSE_CHW_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S2x2_D1x1_G1_SSE_C4HW4_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S2x2_D1x1_G1_SSE_C8HW8_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M2);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M3);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S1x1_D1x1_G1_SSE_C8HW8_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S2x2_D1x1_G1_SSE_CHW_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S2x2_D1x1_G1_SSE_C4HW4_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S2x2_D1x1_G1_SSE_C8HW8_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x3_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x3_S1x1_D1x1_G1_SSE_C8HW8_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x1_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x1_S1x1_D1x1_G1_SSE_CHW_FLOAT_M2);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x1_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x1_S1x1_D1x1_G1_SSE_C8HW8_FLOAT_M1);
 
   // Depthwise and transposed convolutions.
   // (depthwise conv registrations)
