@@ -10,11 +10,14 @@
 #include <chrono>
 #include <cstring>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
+#include "tarn/kernel/register.h"
 #include "tarn/runtime/context.h"
 #include "tarn/runtime/device_cpu.h"
+#include "tarn/runtime/layer_info.h"
 
 extern "C" char* openblas_get_corename(void);
 extern "C" char* openblas_get_config(void);
@@ -74,6 +77,18 @@ __attribute__((target("sse4.1,fma"))) inline double FmaPeakGflopsSse() {
   return 2.0 * 4 * 10 * static_cast<double>(iterations) / seconds * 1e-9;
 }
 
+// The best of `runs` measurements of a rate: on a machine shared with other
+// work the best run is the one that had the core to itself.
+template <typename F>
+double BestOf(int runs, F rate) {
+  double best = 0.0;
+  for (int i = 0; i < runs; ++i) {
+    const double r = rate();
+    if (r > best) best = r;
+  }
+  return best;
+}
+
 // memcpy bandwidth in GB/s (bytes copied per second) for a buffer of `bytes`,
 // the yardstick of the memory-bound kernels.
 inline double CopyBandwidthGBs(size_t bytes) {
@@ -93,6 +108,73 @@ inline double CopyBandwidthGBs(size_t bytes) {
   }
   benchmark::DoNotOptimize(dst.data());
   return static_cast<double>(bytes) * reps / seconds * 1e-9;
+}
+
+
+// ------------------------------------------------------------------ kernels and data of the benchmarks
+
+// n floats uniform in [-1, 1), the same for the same seed.
+inline std::vector<float> Random(std::size_t n, unsigned seed) {
+  std::mt19937 rng(seed);
+  std::uniform_real_distribution<float> d(-1.0f, 1.0f);
+  std::vector<float> v(n);
+  for (float& f : v) f = d(rng);
+  return v;
+}
+
+// A registry holding every family's kernels.
+inline const runtime::KernelRegistry& Registry() {
+  static const runtime::KernelRegistry* r = [] {
+    auto* reg = new runtime::KernelRegistry();
+    kernel::RegisterFallback(*reg);
+    kernel::RegisterSSE(*reg);
+    kernel::RegisterAVX(*reg);
+    kernel::RegisterSGEMM(*reg);
+    return reg;
+  }();
+  return *r;
+}
+
+// The context every benchmark of a program shares.
+inline std::shared_ptr<runtime::Context> Context() {
+  static auto ctx = MakeContext();
+  return ctx;
+}
+
+// A random c x h x w map in the layout of `lanes` (1 CHW, 4 C4HW4, 8 C8HW8;
+// tail lanes zero).
+inline std::shared_ptr<runtime::TensorCPU> MapTensor(unsigned c, unsigned h, unsigned w, unsigned lanes,
+                                                     unsigned seed) {
+  using runtime::TensorShape;
+  const std::vector<float> chw = Random(std::size_t(c) * h * w, seed);
+  auto device = Context()->cpu;
+  if (lanes == 1) return device->CreateTensor(runtime::MakeShape({c, h, w}), chw.data());
+  const unsigned blocks = (c + lanes - 1) / lanes;
+  std::vector<float> blocked(std::size_t(blocks) * h * w * lanes, 0.0f);
+  for (unsigned ch = 0; ch < c; ++ch)
+    for (unsigned p = 0; p < h * w; ++p)
+      blocked[(std::size_t(ch / lanes) * h * w + p) * lanes + ch % lanes] = chw[std::size_t(ch) * h * w + p];
+  return device->CreateTensor(
+      runtime::MakeShape({blocks, h, w, lanes}, TensorShape::FLOAT32, lanes == 4 ? TensorShape::C4HW4 : TensorShape::C8HW8),
+      blocked.data());
+}
+
+// A one-group convolution record with random weights (and bias).
+inline std::shared_ptr<runtime::Conv2dInfo> ConvRecord(unsigned c, unsigned n, unsigned ky, unsigned kx, unsigned sy,
+                                                       unsigned sx, unsigned pad_y, unsigned pad_x, bool bias) {
+  auto info = std::make_shared<runtime::Conv2dInfo>();
+  info->in_channels = static_cast<std::uint16_t>(c);
+  info->out_channels = static_cast<std::uint16_t>(n);
+  info->kernel_y = static_cast<std::uint16_t>(ky);
+  info->kernel_x = static_cast<std::uint16_t>(kx);
+  info->stride_y = static_cast<std::uint16_t>(sy);
+  info->stride_x = static_cast<std::uint16_t>(sx);
+  info->padding_t = info->padding_b = static_cast<std::uint16_t>(pad_y);
+  info->padding_l = info->padding_r = static_cast<std::uint16_t>(pad_x);
+  info->if_bias = bias;
+  info->weight = runtime::EncodeWeights(Random(std::size_t(n) * c * ky * kx, 1));
+  if (bias) info->bias = runtime::EncodeWeights(Random(n, 2));
+  return info;
 }
 
 }  // namespace bench

@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <map>
 #include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -42,30 +41,10 @@ std::vector<Result>& Results() {
 
 double g_peak_sse = 0.0, g_peak_avx = 0.0, g_copy_fc = 0.0;
 
-std::vector<float> Random(std::size_t n, unsigned seed) {
-  std::mt19937 rng(seed);
-  std::uniform_real_distribution<float> d(-1.0f, 1.0f);
-  std::vector<float> v(n);
-  for (float& f : v) f = d(rng);
-  return v;
-}
-
-const tarn::runtime::KernelRegistry& Registry() {
-  static const tarn::runtime::KernelRegistry* r = [] {
-    auto* reg = new tarn::runtime::KernelRegistry();
-    tarn::kernel::RegisterFallback(*reg);
-    tarn::kernel::RegisterSSE(*reg);
-    tarn::kernel::RegisterAVX(*reg);
-    tarn::kernel::RegisterSGEMM(*reg);
-    return reg;
-  }();
-  return *r;
-}
-
-std::shared_ptr<tarn::runtime::Context> Context() {
-  static auto ctx = tarn::bench::MakeContext();
-  return ctx;
-}
+using tarn::bench::Context;
+using tarn::bench::MapTensor;
+using tarn::bench::Random;
+using tarn::bench::Registry;
 
 // Times `body` over the benchmark's iterations and records the result.
 template <typename Body>
@@ -127,30 +106,9 @@ const ConvMember kConvMembers[] = {
     {"Conv2d_K1x1_S1x1_D1x1_G1_SGEMM_CHW_FLOAT_M1", 1, Width::kBlas, true, false},
 };
 
-TensorCPUPtr MapTensor(unsigned c, unsigned h, unsigned w, unsigned lanes, unsigned seed) {
-  const std::vector<float> chw = Random(std::size_t(c) * h * w, seed);
-  auto device = Context()->cpu;
-  if (lanes == 1) return device->CreateTensor(tarn::runtime::MakeShape({c, h, w}), chw.data());
-  const unsigned blocks = (c + lanes - 1) / lanes;
-  std::vector<float> blocked(std::size_t(blocks) * h * w * lanes, 0.0f);
-  for (unsigned ch = 0; ch < c; ++ch)
-    for (unsigned p = 0; p < h * w; ++p) blocked[(std::size_t(ch / lanes) * h * w + p) * lanes + ch % lanes] = chw[ch * h * w + p];
-  return device->CreateTensor(
-      tarn::runtime::MakeShape({blocks, h, w, lanes}, TensorShape::FLOAT32,
-                               lanes == 4 ? TensorShape::C4HW4 : TensorShape::C8HW8),
-      blocked.data());
-}
-
 void BM_Conv(benchmark::State& state, const ConvShape* shape, const ConvMember* member) {
-  auto info = std::make_shared<tarn::runtime::Conv2dInfo>();
-  info->in_channels = static_cast<std::uint16_t>(shape->c);
-  info->out_channels = static_cast<std::uint16_t>(shape->n);
-  info->kernel_x = info->kernel_y = static_cast<std::uint16_t>(shape->k);
-  info->stride_x = info->stride_y = static_cast<std::uint16_t>(shape->s);
-  info->padding_l = info->padding_r = info->padding_t = info->padding_b = static_cast<std::uint16_t>(shape->p);
-  info->if_bias = member->bias;
-  info->weight = tarn::runtime::EncodeWeights(Random(std::size_t(shape->n) * shape->c * shape->k * shape->k, 1));
-  if (member->bias) info->bias = tarn::runtime::EncodeWeights(Random(shape->n, 2));
+  auto info = tarn::bench::ConvRecord(shape->c, shape->n, shape->k, shape->k, shape->s, shape->s, shape->p, shape->p,
+                                       member->bias);
   auto kernel = Registry().Create(member->name);
   if (!kernel || !kernel->Config(info, nullptr, Context())) {
     state.SkipWithError("Config failed");

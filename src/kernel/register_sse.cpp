@@ -19,6 +19,8 @@
 #include "kernel/cpu/sse/conv2d_k1x1/conv2d_k1x1.h"
 #include "kernel/cpu/sse/conv2d_k3x3/conv2d_k3x3.h"
 #include "kernel/cpu/sse/conv2d_k1x3_k3x1/conv2d_k1x3_k3x1.h"
+#include "kernel/cpu/sse/conv2d_winograd/conv2d_winograd.h"
+#include "kernel/cpu/sse/conv2d_int16/conv2d_int16.h"
 
 // Depthwise and transposed convolutions.
 // (depthwise conv includes)
@@ -34,6 +36,7 @@
 
 // Quantisation converters.
 // (quantisation includes)
+#include "kernel/cpu/sse/quantisation/quantisation_c8hw8.h"
 
 namespace tarn {
 namespace kernel {
@@ -106,6 +109,9 @@ void RegisterSSE(runtime::KernelRegistry& registry) {
   TRN_REGISTER_KERNEL(registry, Conv2d_K3x1_S1x1_D1x1_G1_SSE_CHW_FLOAT_M2);
   TRN_REGISTER_KERNEL(registry, Conv2d_K3x1_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1);
   TRN_REGISTER_KERNEL(registry, Conv2d_K3x1_S1x1_D1x1_G1_SSE_C8HW8_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd_M2);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S1x1_D1x1_G1_SSE_C8HW8_Int16_M1);
 
   // Depthwise and transposed convolutions.
   // (depthwise conv registrations)
@@ -121,6 +127,8 @@ void RegisterSSE(runtime::KernelRegistry& registry) {
 
   // Quantisation converters.
   // (quantisation registrations)
+  TRN_REGISTER_KERNEL(registry, Quantize_SSE_C8HW8_Float_To_Int16_M1);
+  TRN_REGISTER_KERNEL(registry, DeQuantize_SSE_C8HW8_Int16_To_Float_M1);
 
   (void)registry;
 }

@@ -5,6 +5,8 @@
 #include "kernel/cpu/sse/conv2d_k1x1/conv2d_k1x1.h"
 #include "kernel/cpu/sse/conv2d_k3x3/conv2d_k3x3.h"
 #include "kernel/cpu/sse/conv2d_k1x3_k3x1/conv2d_k1x3_k3x1.h"
+#include "kernel/cpu/sse/conv2d_winograd/conv2d_winograd.h"
+#include "kernel/cpu/sse/conv2d_int16/conv2d_int16.h"
 
 namespace tarn {
 namespace kernel {
@@ -31,6 +33,9 @@ Conv2d_K3x1_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1::~Conv2d_K3x1_S1x1_D1x1_G1_SSE_CHW_FLO
 Conv2d_K3x1_S1x1_D1x1_G1_SSE_CHW_FLOAT_M2::~Conv2d_K3x1_S1x1_D1x1_G1_SSE_CHW_FLOAT_M2() = default;
 Conv2d_K3x1_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1::~Conv2d_K3x1_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1() = default;
 Conv2d_K3x1_S1x1_D1x1_G1_SSE_C8HW8_FLOAT_M1::~Conv2d_K3x1_S1x1_D1x1_G1_SSE_C8HW8_FLOAT_M1() = default;
+Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd_M1::~Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd_M1() = default;
+Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd_M2::~Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd_M2() = default;
+Conv2d_K1x1_S1x1_D1x1_G1_SSE_C8HW8_Int16_M1::~Conv2d_K1x1_S1x1_D1x1_G1_SSE_C8HW8_Int16_M1() = default;
 
 }  // namespace kernel
 }  // namespace tarn

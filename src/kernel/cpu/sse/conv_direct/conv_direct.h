@@ -23,6 +23,10 @@ namespace sse_conv {
 
 using std::ptrdiff_t;
 
+// Every lambda of the tiles is inlined: a register tile only stays in
+// registers when its whole body is one function.
+#define TRN_INLINE __attribute__((always_inline))
+
 // f(std::integral_constant<int, 0>), ..., f(std::integral_constant<int, N - 1>),
 // each index a compile-time constant so register arrays stay in registers.
 template <typename F, int... I>
@@ -86,8 +90,8 @@ struct Blocked {
   static inline __attribute__((always_inline)) void Tile(const BlockedArgs& a, int ob, int oy, int ox) {
     __m128 acc[OB][PX][V];
     float* d = a.dst + ob * a.dstPlane + oy * a.dstRow + ptrdiff_t(ox) * L;
-    Unroll<OB>([&](auto o) {
-      Unroll<PX>([&](auto p) { Unroll<V>([&](auto v) { acc[o][p][v] = _mm_loadu_ps(d + o * a.dstPlane + p * L + 4 * v); }); });
+    Unroll<OB>([&](auto o) TRN_INLINE {
+      Unroll<PX>([&](auto p) TRN_INLINE { Unroll<V>([&](auto v) TRN_INLINE { acc[o][p][v] = _mm_loadu_ps(d + o * a.dstPlane + p * L + 4 * v); }); });
     });
     const ptrdiff_t wBlock = ptrdiff_t(a.srcBlocks) * kTaps * kTile;
     const float* w0 = a.weight + ob * wBlock;
@@ -99,37 +103,37 @@ struct Blocked {
         const float* sr = sb + ky * a.srcRow;
         const float* wr = wb + ky * KX * kTile;
         if constexpr (S == Scheme::kDirect) {
-          Unroll<KX>([&](auto kx) {
-            Unroll<L>([&](auto k) {
+          Unroll<KX>([&](auto kx) TRN_INLINE {
+            Unroll<L>([&](auto k) TRN_INLINE {
               __m128 w[OB][V];
-              Unroll<OB>([&](auto o) {
-                Unroll<V>([&](auto v) { w[o][v] = _mm_loadu_ps(wr + o * wBlock + kx * kTile + k * L + 4 * v); });
+              Unroll<OB>([&](auto o) TRN_INLINE {
+                Unroll<V>([&](auto v) TRN_INLINE { w[o][v] = _mm_loadu_ps(wr + o * wBlock + kx * kTile + k * L + 4 * v); });
               });
-              Unroll<PX>([&](auto p) {
+              Unroll<PX>([&](auto p) TRN_INLINE {
                 const __m128 x = _mm_set1_ps(sr[(p * SX + kx) * L + k]);
-                Unroll<OB>([&](auto o) {
-                  Unroll<V>([&](auto v) { acc[o][p][v] = _mm_fmadd_ps(w[o][v], x, acc[o][p][v]); });
+                Unroll<OB>([&](auto o) TRN_INLINE {
+                  Unroll<V>([&](auto v) TRN_INLINE { acc[o][p][v] = _mm_fmadd_ps(w[o][v], x, acc[o][p][v]); });
                 });
               });
             });
           });
         } else {
-          Unroll<L>([&](auto k) {
+          Unroll<L>([&](auto k) TRN_INLINE {
             __m128 w[OB][KX][V];
-            Unroll<OB>([&](auto o) {
-              Unroll<KX>([&](auto kx) {
-                Unroll<V>([&](auto v) { w[o][kx][v] = _mm_loadu_ps(wr + o * wBlock + kx * kTile + k * L + 4 * v); });
+            Unroll<OB>([&](auto o) TRN_INLINE {
+              Unroll<KX>([&](auto kx) TRN_INLINE {
+                Unroll<V>([&](auto v) TRN_INLINE { w[o][kx][v] = _mm_loadu_ps(wr + o * wBlock + kx * kTile + k * L + 4 * v); });
               });
             });
             // Input column i of the tile feeds pixel p through tap kx when
             // i = p * SX + kx.
-            Unroll<(PX - 1) * SX + KX>([&](auto i) {
+            Unroll<(PX - 1) * SX + KX>([&](auto i) TRN_INLINE {
               const __m128 x = _mm_set1_ps(sr[i * L + k]);
-              Unroll<KX>([&](auto kx) {
+              Unroll<KX>([&](auto kx) TRN_INLINE {
                 constexpr int off = decltype(i)::value - decltype(kx)::value;
                 if constexpr (off >= 0 && off % SX == 0 && off / SX < PX) {
-                  Unroll<OB>([&](auto o) {
-                    Unroll<V>([&](auto v) {
+                  Unroll<OB>([&](auto o) TRN_INLINE {
+                    Unroll<V>([&](auto v) TRN_INLINE {
                       acc[o][off / SX][v] = _mm_fmadd_ps(w[o][kx][v], x, acc[o][off / SX][v]);
                     });
                   });
@@ -140,8 +144,8 @@ struct Blocked {
         }
       }
     }
-    Unroll<OB>([&](auto o) {
-      Unroll<PX>([&](auto p) { Unroll<V>([&](auto v) { _mm_storeu_ps(d + o * a.dstPlane + p * L + 4 * v, acc[o][p][v]); }); });
+    Unroll<OB>([&](auto o) TRN_INLINE {
+      Unroll<PX>([&](auto p) TRN_INLINE { Unroll<V>([&](auto v) TRN_INLINE { _mm_storeu_ps(d + o * a.dstPlane + p * L + 4 * v, acc[o][p][v]); }); });
     });
   }
 
@@ -235,62 +239,68 @@ struct Chw {
   static constexpr int kTaps = KY * KX;
 
   // Four output channels from og * 4 (n of them real) by ROWS output rows
-  // from oy by PV vectors of four pixels from ox; with kPart, one partial
-  // vector of `part` (1..3) pixels instead (PV must then be 1).
+  // from oy by PV vectors of four pixels from ox; with kPart the last vector
+  // holds only `part` (1..3) pixels. Its loads then run past the last pixel
+  // into the rest of the plane (the lanes are never stored), which is safe for
+  // every channel but the last: that one alone is loaded lane by lane.
   template <int ROWS, int PV, bool kPart = false>
   static inline __attribute__((always_inline)) void Tile(const ChwArgs& a, int og, int n, int oy, int ox,
                                                          int part = 0) {
-    static_assert(!kPart || PV == 1, "a partial tile is one vector wide");
     __m128 acc[4][ROWS][PV];
     float* d = a.dst + ptrdiff_t(og) * 4 * a.dstPlane + oy * a.dstRow + ox;
-    Unroll<4>([&](auto o) {
-      Unroll<ROWS>([&](auto r) {
-        Unroll<PV>([&](auto v) {
+    Unroll<4>([&](auto o) TRN_INLINE {
+      Unroll<ROWS>([&](auto r) TRN_INLINE {
+        Unroll<PV>([&](auto v) TRN_INLINE {
           const float* q = d + o * a.dstPlane + r * a.dstRow + 4 * v;
-          if constexpr (kPart) {
-            acc[o][r][v] = o >= n ? _mm_setzero_ps() : LoadPartial(q, part);
+          if (o >= n) {
+            acc[o][r][v] = _mm_setzero_ps();
+          } else if (kPart && v == PV - 1) {
+            acc[o][r][v] = LoadPartial(q, part);
           } else {
-            acc[o][r][v] = o >= n ? _mm_setzero_ps() : _mm_loadu_ps(q);
+            acc[o][r][v] = _mm_loadu_ps(q);
           }
         });
       });
     });
     const float* s0 = a.src + ptrdiff_t(oy) * SY * a.srcRow + ptrdiff_t(ox) * SX;
     const float* w0 = a.weight + ptrdiff_t(og) * a.channels * kTaps * 4;
-    for (int c = 0; c < a.channels; ++c) {
+    // Input row ir of the tile feeds output row r through kernel row ky when
+    // ir = r * SY + ky: per kernel column every input row under the tile is
+    // loaded once, and each weight broadcast serves all rows.
+    constexpr int kInRows = (ROWS - 1) * SY + KY;
+    auto channel = [&](int c, auto lane_by_lane) TRN_INLINE {
       const float* sc = s0 + c * a.srcPlane;
       const float* wc = w0 + ptrdiff_t(c) * kTaps * 4;
-      // Input row ir of the tile feeds output row r through kernel row ky
-      // when ir = r * SY + ky: per kernel column every input row under the
-      // tile is loaded once, and each weight broadcast serves all rows.
-      constexpr int kInRows = (ROWS - 1) * SY + KY;
-      Unroll<KX>([&](auto kx) {
+      Unroll<KX>([&](auto kx) TRN_INLINE {
         __m128 x[kInRows][PV];
-        Unroll<kInRows>([&](auto ir) {
-          Unroll<PV>([&](auto v) {
+        Unroll<kInRows>([&](auto ir) TRN_INLINE {
+          Unroll<PV>([&](auto v) TRN_INLINE {
             const float* q = sc + ir * a.srcRow + kx + 4 * v * SX;
-            if constexpr (kPart) {
+            if constexpr (std::decay_t<decltype(lane_by_lane)>::value && std::decay_t<decltype(v)>::value == PV - 1) {
               x[ir][v] = LoadPixelsPartial<SX>(q, part);
             } else {
               x[ir][v] = LoadPixels<SX>(q);
             }
           });
         });
-        Unroll<KY>([&](auto ky) {
-          Unroll<4>([&](auto o) {
+        Unroll<KY>([&](auto ky) TRN_INLINE {
+          Unroll<4>([&](auto o) TRN_INLINE {
             const __m128 w = _mm_set1_ps(wc[(ky * KX + kx) * 4 + o]);
-            Unroll<ROWS>([&](auto r) {
-              Unroll<PV>([&](auto v) { acc[o][r][v] = _mm_fmadd_ps(w, x[r * SY + ky][v], acc[o][r][v]); });
+            Unroll<ROWS>([&](auto r) TRN_INLINE {
+              Unroll<PV>([&](auto v) TRN_INLINE { acc[o][r][v] = _mm_fmadd_ps(w, x[r * SY + ky][v], acc[o][r][v]); });
             });
           });
         });
       });
-    }
+    };
+    const int whole = kPart ? a.channels - 1 : a.channels;
+    for (int c = 0; c < whole; ++c) channel(c, std::false_type{});
+    if constexpr (kPart) channel(whole, std::true_type{});
     for (int o = 0; o < n; ++o) {
-      Unroll<ROWS>([&](auto r) {
-        Unroll<PV>([&](auto v) {
+      Unroll<ROWS>([&](auto r) TRN_INLINE {
+        Unroll<PV>([&](auto v) TRN_INLINE {
           float* q = d + o * a.dstPlane + r * a.dstRow + 4 * v;
-          if constexpr (kPart) {
+          if (kPart && v == PV - 1) {
             StorePartial(q, acc[o][r][v], part);
           } else {
             _mm_storeu_ps(q, acc[o][r][v]);
@@ -300,16 +310,23 @@ struct Chw {
     }
   }
 
-  // ROWS output rows from oy: PV vectors per tile, then single vectors, then
-  // a partial one.
+  // The last r (1 .. 4 * PV - 1) pixels of a row in one tile of as few
+  // vectors as hold them.
+  template <int ROWS, int PV>
+  static inline void Tail(const ChwArgs& a, int og, int n, int oy, int ox, int r) {
+    if constexpr (PV > 1) {
+      if (r <= 4 * (PV - 1)) return Tail<ROWS, PV - 1>(a, og, n, oy, ox, r);
+    }
+    if (r % 4 == 0) return Tile<ROWS, PV>(a, og, n, oy, ox);
+    Tile<ROWS, PV, true>(a, og, n, oy, ox, r % 4);
+  }
+
+  // ROWS output rows from oy: PV vectors per tile, then the tail.
   template <int ROWS, int PV>
   static inline void Rows(const ChwArgs& a, int og, int n, int oy) {
     int ox = 0;
     for (; ox + 4 * PV <= a.dstW; ox += 4 * PV) Tile<ROWS, PV>(a, og, n, oy, ox);
-    if constexpr (PV > 1) {
-      for (; ox + 4 <= a.dstW; ox += 4) Tile<ROWS, 1>(a, og, n, oy, ox);
-    }
-    if (ox < a.dstW) Tile<ROWS, 1, true>(a, og, n, oy, ox, a.dstW - ox);
+    if (ox < a.dstW) Tail<ROWS, PV>(a, og, n, oy, ox, a.dstW - ox);
   }
 
   // The whole pass: groups of four output channels outer, then tiles of ROWS

@@ -1,0 +1,49 @@
+// SSE Winograd F(2x2, 3x3) convolutions on CHW (3x3, stride 1, one group).
+//
+// The padded input is cut into 4 x 4 tiles overlapping by two, one per 2 x 2
+// output block; tile d becomes V = B^T d B, the filter g was turned into
+// U = G g G^T once in Config (see WinogradConv2DBase), and for each of the 16
+// positions xi the products over input channels form a matrix product
+// M_xi = U_xi (N x C) V_xi (C x tiles); each output block is then
+// A^T M A with
+//   B^T = [1 0 -1 0; 0 1 1 0; 0 -1 1 0; 0 1 0 -1],  A^T = [1 1 1 0; 0 1 -1 -1].
+// That is 16 multiply-adds per input channel and output block of four pixels
+// instead of 36. Eight tiles of one tile row (sixteen output columns) are one
+// batch, two vectors of four tiles; the product's register tile is four output
+// channels by those eight tiles. Tiles that reach past the padded input (odd
+// output sizes, the last batch of a row) read zeros, and only their real
+// outputs are written.
+//
+// The two members differ in schedule:
+// M1 works batch by batch: transform the eight tiles of every input channel,
+//    multiply, transform back into the output, then the next batch. Its
+//    scratch is a few kilobytes per channel and stays in L1/L2, but the whole
+//    transformed filter (16 N C floats) is read once per batch. It wins while
+//    the filter fits in L2: up to about 64 -> 64 channels (ResNet-18's first
+//    stage, SqueezeNet's expand layers).
+// M2 transforms every tile of the input first, then runs the 16 matrix
+//    products over all tiles (for each xi, eight tiles at a time across every
+//    output channel, so each U_xi is read once per batch column from L2 and
+//    V_xi once), then transforms every output block back. Its scratch is
+//    16 (C + N) floats per tile, streamed once each way; it wins on wide
+//    layers (128 channels and up, 28x28 and smaller maps), where M1 would
+//    stream the filter from memory for every batch.
+#pragma once
+
+#include "kernel/cpu/fallback/conv2d/conv2d_fixed_base.h"
+
+namespace tarn {
+namespace kernel {
+
+void Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd23_M1_Convolution(const TensorCPUPtr& input,
+                                                                      const TensorCPUPtr& output,
+                                                                      const TensorCPUPtr& weight);
+void Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd23_M2_Convolution(const TensorCPUPtr& input,
+                                                                      const TensorCPUPtr& output,
+                                                                      const TensorCPUPtr& weight);
+
+TRN_FIXED_CONV_MEMBER(Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd_M1, WinogradConv2DBase)
+TRN_FIXED_CONV_MEMBER(Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd_M2, WinogradConv2DBase)
+
+}  // namespace kernel
+}  // namespace tarn
