@@ -41,7 +41,7 @@ void Conv3x3C8(TARN_CONV_CORE_PARAMS) {
   a.dstW = i_dstW;
   a.dstRow = std::ptrdiff_t(i_dstW) * 8;
   a.dstPlane = a.dstRow * i_dstH;
-  Blocked3x3<8, S, Scheme::kSliding>::template Run<1, 4, Order::kBlocksOuter>(a);
+  Blocked3x3<8, S, Scheme::kDirect>::template Run<1, 6, Order::kBlocksOuter>(a);
 }
 
 }  // namespace

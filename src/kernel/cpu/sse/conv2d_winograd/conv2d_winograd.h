@@ -8,11 +8,12 @@
 // A^T M A with
 //   B^T = [1 0 -1 0; 0 1 1 0; 0 -1 1 0; 0 1 0 -1],  A^T = [1 1 1 0; 0 1 -1 -1].
 // That is 16 multiply-adds per input channel and output block of four pixels
-// instead of 36. Eight tiles of one tile row (sixteen output columns) are one
-// batch, two vectors of four tiles; the product's register tile is four output
-// channels by those eight tiles. Tiles that reach past the padded input (odd
-// output sizes, the last batch of a row) read zeros, and only their real
-// outputs are written.
+// instead of 36. Tiles are numbered row by row over the whole map and eight
+// consecutive tiles are one batch, two vectors of four tiles (a batch may span
+// tile rows, so small maps fill every lane); the product's register tile is
+// four output channels by those eight tiles. A batch inside one tile row is
+// read in place; the others gather each lane's window, with zeros past the
+// padded input (odd output sizes), and only real outputs are written.
 //
 // The two members differ in schedule:
 // M1 works batch by batch: transform the eight tiles of every input channel,

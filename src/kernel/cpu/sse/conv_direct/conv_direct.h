@@ -69,6 +69,8 @@ enum class Order {
 struct BlockedArgs {
   const float* src;
   int srcBlocks;
+  // The input blocks a pass sums over: a range of srcBlocks (set by Run).
+  int ibBegin = 0, ibEnd = 0;
   ptrdiff_t srcRow, srcPlane;
   const float* weight;
   float* dst;
@@ -96,7 +98,7 @@ struct Blocked {
     const ptrdiff_t wBlock = ptrdiff_t(a.srcBlocks) * kTaps * kTile;
     const float* w0 = a.weight + ob * wBlock;
     const float* s0 = a.src + ptrdiff_t(oy) * SY * a.srcRow + ptrdiff_t(ox) * SX * L;
-    for (int ib = 0; ib < a.srcBlocks; ++ib) {
+    for (int ib = a.ibBegin; ib < a.ibEnd; ++ib) {
       const float* sb = s0 + ib * a.srcPlane;
       const float* wb = w0 + ib * kTaps * kTile;
       for (int ky = 0; ky < KY; ++ky) {
@@ -149,7 +151,7 @@ struct Blocked {
     });
   }
 
-  // The last r (< N + 1) pixels of a row with a tile of exactly r pixels.
+  // A tile of exactly r (1..N) pixels.
   template <int OB, int N>
   static inline void Tail(const BlockedArgs& a, int ob, int oy, int ox, int r) {
     if constexpr (N > 0) {
@@ -158,36 +160,77 @@ struct Blocked {
     }
   }
 
-  // One output row of OB blocks: PX pixels per tile, then the tail.
+  // A row of w pixels cut into as few tiles of at most PX pixels as hold it,
+  // of widths that differ by one at most (a 7-pixel row at PX = 6 is 4 + 3,
+  // not 6 + 1): calls f(start, width) for each.
+  template <int PX, typename F>
+  static inline void Tiles(int w, F f) {
+    const int n = (w + PX - 1) / PX, base = w / n, wider = w % n;
+    for (int i = 0, ox = 0; i < n; ++i) {
+      const int width = base + (i < wider ? 1 : 0);
+      f(ox, width);
+      ox += width;
+    }
+  }
+
+  // One output row of OB blocks.
   template <int OB, int PX>
   static inline void Row(const BlockedArgs& a, int ob, int oy) {
-    int ox = 0;
-    for (; ox + PX <= a.dstW; ox += PX) Tile<OB, PX>(a, ob, oy, ox);
-    Tail<OB, PX - 1>(a, ob, oy, ox, a.dstW - ox);
+    Tiles<PX>(a.dstW, [&](int ox, int width) {
+      if (width == PX) {
+        Tile<OB, PX>(a, ob, oy, ox);
+      } else {
+        Tail<OB, PX - 1>(a, ob, oy, ox, width);
+      }
+    });
+  }
+
+  // Input blocks per pass: the weights of one output block for that many
+  // input blocks (KY KX L L floats each) take about 12 KB, so they stay in L1
+  // while every tile of the map uses them; each pass adds onto the output.
+  static int ChunkBlocks() {
+    constexpr int per_block = KY * KX * L * L * 4;
+    return per_block >= 12 * 1024 ? 1 : 12 * 1024 / per_block;
   }
 
   // The whole pass with OB output blocks by PX pixels per register tile
-  // (blocks left over at the end are done one by one).
+  // (blocks left over at the end are done one by one), in passes over
+  // ChunkBlocks() input blocks.
   template <int OB, int PX, Order O>
-  static void Run(const BlockedArgs& a) {
-    const int full = a.dstBlocks - a.dstBlocks % OB;
-    if constexpr (O == Order::kBlocksOuter) {
-      for (int ob = 0; ob < full; ob += OB)
-        for (int oy = 0; oy < a.dstH; ++oy) Row<OB, PX>(a, ob, oy);
-      for (int ob = full; ob < a.dstBlocks; ++ob)
-        for (int oy = 0; oy < a.dstH; ++oy) Row<1, PX>(a, ob, oy);
-    } else {
-      for (int oy = 0; oy < a.dstH; ++oy) {
-        int ox = 0;
-        for (; ox + PX <= a.dstW; ox += PX) {
-          for (int ob = 0; ob < full; ob += OB) Tile<OB, PX>(a, ob, oy, ox);
-          for (int ob = full; ob < a.dstBlocks; ++ob) Tile<1, PX>(a, ob, oy, ox);
-        }
-        if (ox < a.dstW) {
-          for (int ob = 0; ob < full; ob += OB) Tail<OB, PX - 1>(a, ob, oy, ox, a.dstW - ox);
-          for (int ob = full; ob < a.dstBlocks; ++ob) Tail<1, PX - 1>(a, ob, oy, ox, a.dstW - ox);
-        }
+  static void Run(const BlockedArgs& args) {
+    BlockedArgs a = args;
+    const int full = a.dstBlocks - a.dstBlocks % OB, chunk = ChunkBlocks();
+    auto passes = [&](auto body) {
+      for (a.ibBegin = 0; a.ibBegin < a.srcBlocks; a.ibBegin += chunk) {
+        a.ibEnd = a.ibBegin + chunk < a.srcBlocks ? a.ibBegin + chunk : a.srcBlocks;
+        body();
       }
+    };
+    if constexpr (O == Order::kBlocksOuter) {
+      for (int ob = 0; ob < full; ob += OB) {
+        passes([&] {
+          for (int oy = 0; oy < a.dstH; ++oy) Row<OB, PX>(a, ob, oy);
+        });
+      }
+      for (int ob = full; ob < a.dstBlocks; ++ob) {
+        passes([&] {
+          for (int oy = 0; oy < a.dstH; ++oy) Row<1, PX>(a, ob, oy);
+        });
+      }
+    } else {
+      passes([&] {
+        for (int oy = 0; oy < a.dstH; ++oy) {
+          Tiles<PX>(a.dstW, [&](int ox, int width) {
+            if (width == PX) {
+              for (int ob = 0; ob < full; ob += OB) Tile<OB, PX>(a, ob, oy, ox);
+              for (int ob = full; ob < a.dstBlocks; ++ob) Tile<1, PX>(a, ob, oy, ox);
+            } else {
+              for (int ob = 0; ob < full; ob += OB) Tail<OB, PX - 1>(a, ob, oy, ox, width);
+              for (int ob = full; ob < a.dstBlocks; ++ob) Tail<1, PX - 1>(a, ob, oy, ox, width);
+            }
+          });
+        }
+      });
     }
   }
 };

@@ -172,6 +172,25 @@ TEST(Int16Member, LargePartialSumsThatCancelStayExact) {
   EXPECT_TRUE(RunsBitExact(k));
 }
 
+// PyTorch's integer arithmetic on real channel counts (one case saturates).
+TEST(Int16Member, MatchesPyTorchIntegerArithmetic) {
+  const auto cases = LoadReference("conv_members/int16");
+  ASSERT_FALSE(cases.empty()) << "tests/data/reference/conv_members/int16.json is missing";
+  for (const RefCase& c : cases) {
+    auto p = ParseParams(c);
+    const auto& x = c.inputs[0];
+    Int16Case k{p["in_channels"].GetUint(), p["out_channels"].GetUint(), x.shape[1], x.shape[2],
+                static_cast<std::int16_t>(p["input_step"].GetInt()), static_cast<std::int16_t>(p["weight_step"].GetInt()),
+                static_cast<std::int16_t>(p["output_step"].GetInt()), {}, c.inputs[1].data, c.inputs[2].data};
+    for (float v : x.data) k.x.push_back(static_cast<std::int16_t>(v));
+    const std::vector<std::int16_t> want = Reference(k);
+    for (std::size_t i = 0; i < want.size(); ++i) {
+      ASSERT_EQ(want[i], static_cast<std::int16_t>(c.outputs[0].data[i])) << "the scalar reference, " << c.name;
+    }
+    EXPECT_TRUE(RunsBitExact(k)) << c.name;
+  }
+}
+
 TEST(Int16Member, RefusesRecordsParametersAndStepsItCannotTake) {
   auto ctx = conv::MakeContext();
   auto kernel = conv::CreateKernel(kName);
