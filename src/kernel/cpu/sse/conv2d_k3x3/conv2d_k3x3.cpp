@@ -16,8 +16,9 @@ using Blocked3x3 = sse_conv::Blocked<L, 3, 3, S, S, Sc>;
 namespace native {
 namespace {
 
-// The C8HW8 3x3 routines: checks, then one output block by four pixels,
-// sliding along the row.
+// The C8HW8 3x3 routines: checks, then one output block by up to six pixels
+// (twelve accumulators), every tap read straight from the padded input; rows
+// are cut into balanced tiles (a 7-pixel row is 4 + 3).
 template <int S>
 void Conv3x3C8(TARN_CONV_CORE_PARAMS) {
   TARN_CHECK_CORE_CHANNELS((i_inChannels + 7) / 8, (i_outChannels + 7) / 8);
