@@ -24,8 +24,14 @@ void Conv3x3C8(TARN_CONV_CORE_PARAMS) {
   TARN_CHECK_CORE_CHANNELS((i_inChannels + 7) / 8, (i_outChannels + 7) / 8);
   TARN_NATIVE_ASSERT(i_kernelX == 3);
   TARN_NATIVE_ASSERT(i_kernelY == 3);
-  TARN_NATIVE_ASSERT(i_strideX == S);
-  TARN_NATIVE_ASSERT(i_strideY == S);
+  // Spelled out per stride so that a failed check names the stride it wants.
+  if constexpr (S == 1) {
+    TARN_NATIVE_ASSERT(i_strideX == 1);
+    TARN_NATIVE_ASSERT(i_strideY == 1);
+  } else {
+    TARN_NATIVE_ASSERT(i_strideX == 2);
+    TARN_NATIVE_ASSERT(i_strideY == 2);
+  }
   TARN_NATIVE_ASSERT(i_dilateX == 1);
   TARN_NATIVE_ASSERT(i_dilateY == 1);
   TARN_CHECK_CORE_OUTPUT_SIZE();
