@@ -8,7 +8,6 @@
 #include <cblas.h>
 
 #include <immintrin.h>
-
 #include <time.h>
 
 #include <chrono>
@@ -21,6 +20,7 @@
 #include "tarn/kernel/register.h"
 #include "tarn/runtime/context.h"
 #include "tarn/runtime/device_cpu.h"
+#include "tarn/runtime/layer_info.h"
 
 extern "C" char* openblas_get_corename(void);
 extern "C" char* openblas_get_config(void);
@@ -50,6 +50,13 @@ inline double ThreadSeconds() {
   return static_cast<double>(ts.tv_sec) + 1e-9 * static_cast<double>(ts.tv_nsec);
 }
 
+// Seconds on a clock: the thread's processor time (what a benchmark on a
+// machine shared with other work should compare) or the wall clock.
+inline double Seconds(bool thread_time) {
+  if (thread_time) return ThreadSeconds();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
 // Single-thread fused multiply-add peak in GFLOP/s for a vector width of 4
 // (SSE + FMA) or 8 (AVX2 + FMA) floats: ten independent accumulator chains
 // hide the FMA latency. Measured, not taken from a data sheet.
@@ -58,13 +65,11 @@ __attribute__((target("avx2,fma"))) inline double FmaPeakGflopsAvx(bool thread_t
   for (int i = 0; i < 10; ++i) acc[i] = _mm256_set1_ps(0.001f * static_cast<float>(i));
   const __m256 a = _mm256_set1_ps(0.999999f), b = _mm256_set1_ps(1e-7f);
   const long iterations = 20000000;
-  const double cpu_start = ThreadSeconds();
-  const auto start = std::chrono::steady_clock::now();
+  const double start = Seconds(thread_time);
   for (long it = 0; it < iterations; ++it) {
     for (int i = 0; i < 10; ++i) acc[i] = _mm256_fmadd_ps(acc[i], a, b);
   }
-  const double seconds = thread_time ? ThreadSeconds() - cpu_start
-                                     : std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  const double seconds = Seconds(thread_time) - start;
   float sink[8];
   __m256 s = acc[0];
   for (int i = 1; i < 10; ++i) s = _mm256_add_ps(s, acc[i]);
@@ -78,13 +83,11 @@ __attribute__((target("sse4.1,fma"))) inline double FmaPeakGflopsSse(bool thread
   for (int i = 0; i < 10; ++i) acc[i] = _mm_set1_ps(0.001f * static_cast<float>(i));
   const __m128 a = _mm_set1_ps(0.999999f), b = _mm_set1_ps(1e-7f);
   const long iterations = 20000000;
-  const double cpu_start = ThreadSeconds();
-  const auto start = std::chrono::steady_clock::now();
+  const double start = Seconds(thread_time);
   for (long it = 0; it < iterations; ++it) {
     for (int i = 0; i < 10; ++i) acc[i] = _mm_fmadd_ps(acc[i], a, b);
   }
-  const double seconds = thread_time ? ThreadSeconds() - cpu_start
-                                     : std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  const double seconds = Seconds(thread_time) - start;
   float sink[4];
   __m128 s = acc[0];
   for (int i = 1; i < 10; ++i) s = _mm_add_ps(s, acc[i]);
@@ -93,20 +96,32 @@ __attribute__((target("sse4.1,fma"))) inline double FmaPeakGflopsSse(bool thread
   return 2.0 * 4 * 10 * static_cast<double>(iterations) / seconds * 1e-9;
 }
 
+// The best of `runs` measurements of a rate: on a machine shared with other
+// work the best run is the one that had the core to itself.
+template <typename F>
+double BestOf(int runs, F rate) {
+  double best = 0.0;
+  for (int i = 0; i < runs; ++i) {
+    const double r = rate();
+    if (r > best) best = r;
+  }
+  return best;
+}
+
 // memcpy bandwidth in GB/s (bytes copied per second) for a buffer of `bytes`,
 // the yardstick of the memory-bound kernels.
-inline double CopyBandwidthGBs(size_t bytes) {
+inline double CopyBandwidthGBs(size_t bytes, bool thread_time = false) {
   std::vector<char> src(bytes, 1), dst(bytes, 0);
   std::memcpy(dst.data(), src.data(), bytes);  // warm both buffers
   int reps = 1;
   double seconds = 0;
   while (true) {
-    const auto start = std::chrono::steady_clock::now();
+    const double start = Seconds(thread_time);
     for (int r = 0; r < reps; ++r) {
       std::memcpy(dst.data(), src.data(), bytes);
       benchmark::ClobberMemory();
     }
-    seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    seconds = Seconds(thread_time) - start;
     if (seconds > 0.2) break;
     reps *= 2;
   }
@@ -169,6 +184,7 @@ void Measure(benchmark::State& state, const std::string& shape, const std::strin
   Results().push_back({shape, member, width, seconds, flops, thread_seconds});
 }
 
+// n floats uniform in [-1, 1), the same for the same seed.
 inline std::vector<float> Random(std::size_t n, unsigned seed) {
   std::mt19937 rng(seed);
   std::uniform_real_distribution<float> d(-1.0f, 1.0f);
@@ -236,6 +252,24 @@ inline void MeasureKernel(benchmark::State& state, const std::string& name,
     kernel->Forward(inputs, outputs, Context());
     benchmark::DoNotOptimize(outputs[0]->Data());
   });
+}
+
+// A one-group convolution record with random weights (and bias).
+inline std::shared_ptr<runtime::Conv2dInfo> ConvRecord(unsigned c, unsigned n, unsigned ky, unsigned kx, unsigned sy,
+                                                       unsigned sx, unsigned pad_y, unsigned pad_x, bool bias) {
+  auto info = std::make_shared<runtime::Conv2dInfo>();
+  info->in_channels = static_cast<std::uint16_t>(c);
+  info->out_channels = static_cast<std::uint16_t>(n);
+  info->kernel_y = static_cast<std::uint16_t>(ky);
+  info->kernel_x = static_cast<std::uint16_t>(kx);
+  info->stride_y = static_cast<std::uint16_t>(sy);
+  info->stride_x = static_cast<std::uint16_t>(sx);
+  info->padding_t = info->padding_b = static_cast<std::uint16_t>(pad_y);
+  info->padding_l = info->padding_r = static_cast<std::uint16_t>(pad_x);
+  info->if_bias = bias;
+  info->weight = runtime::EncodeWeights(Random(std::size_t(n) * c * ky * kx, 1));
+  if (bias) info->bias = runtime::EncodeWeights(Random(n, 2));
+  return info;
 }
 
 }  // namespace bench

@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <map>
 #include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -69,15 +68,8 @@ const ConvMember kConvMembers[] = {
 };
 
 void BM_Conv(benchmark::State& state, const ConvShape* shape, const ConvMember* member) {
-  auto info = std::make_shared<tarn::runtime::Conv2dInfo>();
-  info->in_channels = static_cast<std::uint16_t>(shape->c);
-  info->out_channels = static_cast<std::uint16_t>(shape->n);
-  info->kernel_x = info->kernel_y = static_cast<std::uint16_t>(shape->k);
-  info->stride_x = info->stride_y = static_cast<std::uint16_t>(shape->s);
-  info->padding_l = info->padding_r = info->padding_t = info->padding_b = static_cast<std::uint16_t>(shape->p);
-  info->if_bias = member->bias;
-  info->weight = tarn::runtime::EncodeWeights(Random(std::size_t(shape->n) * shape->c * shape->k * shape->k, 1));
-  if (member->bias) info->bias = tarn::runtime::EncodeWeights(Random(shape->n, 2));
+  auto info = tarn::bench::ConvRecord(shape->c, shape->n, shape->k, shape->k, shape->s, shape->s, shape->p, shape->p,
+                                       member->bias);
   const std::string name = std::string(member->name) + (member->bias ? "" : " (no bias)");
   MeasureKernel(state, member->name, info, {MapTensor(shape->c, shape->h, shape->w, member->lanes, 3)}, shape->label,
                 name, member->width, shape->Flops());

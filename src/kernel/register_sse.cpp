@@ -17,6 +17,11 @@
 // Specialised convolutions.
 // (specialised conv includes)
 #include "kernel/cpu/sse/conv2d_image/conv2d_image.h"
+#include "kernel/cpu/sse/conv2d_k1x1/conv2d_k1x1.h"
+#include "kernel/cpu/sse/conv2d_k3x3/conv2d_k3x3.h"
+#include "kernel/cpu/sse/conv2d_k1x3_k3x1/conv2d_k1x3_k3x1.h"
+#include "kernel/cpu/sse/conv2d_winograd/conv2d_winograd.h"
+#include "kernel/cpu/sse/conv2d_int16/conv2d_int16.h"
 
 // Depthwise and transposed convolutions.
 // (depthwise conv includes)
@@ -43,6 +48,7 @@
 
 // Quantisation converters.
 // (quantisation includes)
+#include "kernel/cpu/sse/quantisation/quantisation_c8hw8.h"
 
 namespace tarn {
 namespace kernel {
@@ -94,6 +100,31 @@ void RegisterSSE(runtime::KernelRegistry& registry) {
   // Specialised convolutions.
   // (specialised conv registrations)
   TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S1x1_D1x1_G1_SSE_3In_CHW_To_C4HW4_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M2);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S1x1_D1x1_G1_SSE_C8HW8_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S2x2_D1x1_G1_SSE_CHW_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S2x2_D1x1_G1_SSE_C4HW4_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S2x2_D1x1_G1_SSE_C8HW8_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M2);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M3);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S1x1_D1x1_G1_SSE_C8HW8_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S2x2_D1x1_G1_SSE_CHW_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S2x2_D1x1_G1_SSE_C4HW4_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S2x2_D1x1_G1_SSE_C8HW8_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x3_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x3_S1x1_D1x1_G1_SSE_C8HW8_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x1_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x1_S1x1_D1x1_G1_SSE_CHW_FLOAT_M2);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x1_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x1_S1x1_D1x1_G1_SSE_C8HW8_FLOAT_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd_M1);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd_M2);
+  TRN_REGISTER_KERNEL(registry, Conv2d_K1x1_S1x1_D1x1_G1_SSE_C8HW8_Int16_M1);
 
   // Depthwise and transposed convolutions.
   // (depthwise conv registrations)
@@ -132,6 +163,8 @@ void RegisterSSE(runtime::KernelRegistry& registry) {
 
   // Quantisation converters.
   // (quantisation registrations)
+  TRN_REGISTER_KERNEL(registry, Quantize_SSE_C8HW8_Float_To_Int16_M1);
+  TRN_REGISTER_KERNEL(registry, DeQuantize_SSE_C8HW8_Int16_To_Float_M1);
 
   (void)registry;
 }

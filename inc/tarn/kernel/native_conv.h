@@ -71,8 +71,12 @@ void conv2d_k1x1_s1x1_d1x1_g1_c8hw8_to_c4hw4_f32_avx_m1(TARN_CONV_CORE_PARAMS);
 void conv2d_k1x1_s1x1_d1x1_g1_c8hw8_to_chw_f32_avx_m0(TARN_CONV_CORE_PARAMS);
 
 // Direct 3x3, stride 1, dilation 1 on C8HW8; weight GN8C8HW8c8n with H = W = 3
-// (tile (output block, input block, ky, kx)).
+// (tile (output block, input block, ky, kx)). One output block by four pixels
+// per register tile, sliding along the row: each input pixel under the tile
+// is broadcast once per input lane for the three taps that read it.
 void conv2d_k3x3_s1x1_d1x1_g1_c8hw8_f32_sse_m0(TARN_CONV_CORE_PARAMS);
+// The same at stride 2 (each input pixel feeds one or two taps).
+void conv2d_k3x3_s2x2_d1x1_g1_c8hw8_f32_sse_m0(TARN_CONV_CORE_PARAMS);
 
 }  // namespace native
 }  // namespace kernel

@@ -233,24 +233,6 @@ void conv2d_k1x1_s1x1_d1x1_g1_c8hw8_f32_sse_m0(TARN_CONV_CORE_PARAMS) {
   }
 }
 
-void conv2d_k3x3_s1x1_d1x1_g1_c8hw8_f32_sse_m0(TARN_CONV_CORE_PARAMS) {
-  TARN_CHECK_CORE_CHANNELS((i_inChannels + 7) / 8, (i_outChannels + 7) / 8);
-  TARN_CHECK_CORE_GEOMETRY(3, 3);
-  if (i_dstC <= 0 || i_dstH <= 0 || i_dstW <= 0) return;
-  const ptrdiff_t srcRow = ptrdiff_t(i_srcW) * 8, srcPlane = srcRow * i_srcH;
-  const ptrdiff_t dstRow = ptrdiff_t(i_dstW) * 8, dstPlane = dstRow * i_dstH;
-  for (int ob = 0; ob < i_dstC; ++ob) {
-    for (int ib = 0; ib < i_srcC; ++ib) {
-      for (int ky = 0; ky < 3; ++ky) {
-        for (int kx = 0; kx < 3; ++kx) {
-          SweepTileC8(weight + ((ptrdiff_t(ob) * i_srcC + ib) * 9 + ky * 3 + kx) * 64,
-                      src + ib * srcPlane + ky * srcRow + kx * 8, dst + ob * dstPlane, srcRow, dstRow, i_dstH, i_dstW);
-        }
-      }
-    }
-  }
-}
-
 }  // namespace native
 }  // namespace kernel
 }  // namespace tarn
