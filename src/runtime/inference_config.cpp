@@ -454,6 +454,8 @@ std::string CpuKernelName(const LayerInfo& layer, const std::string& family) {
       if (sse || avx) return "Conv2D_Knxm_Snxm_Dnxm_Gn_SSE_CHW_Float_M1";
       return "Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1";
     }
+    case LAYER_CONV1D:  // the AVX member serves only 3-tap stride-1 layers; the portable one any
+      return "Conv1D_Kn_Sn_Dn_Gn_Fallback_CL_Float_M1";
     case LAYER_CONVTRANSPOSE2D: {
       const auto& c = static_cast<const ConvTranspose2dInfo&>(layer);
       if ((sse || avx) && c.kernel_x == 3 && c.kernel_y == 3 && c.dilation_x == 1 && c.dilation_y == 1 &&

@@ -140,6 +140,14 @@ TEST(LayoutPlanning, BlockedOnlyWithWholeChannelBlocks) {
   EXPECT_EQ(in16.plan.layers[1].in, Layout::kC8HW8);
 }
 
+// Takes every kernel whose name starts with `prefix` out of a planner's own
+// registry, so that a test sees the converter before such kernels exist.
+void Unregister(convert::Planner& planner, const std::string& prefix) {
+  for (const std::string& name : planner.registry().GetKeys()) {
+    if (name.compare(0, prefix.size(), prefix) == 0) planner.registry().Unregister(name);
+  }
+}
+
 // The general blocked convolutions take one group: a depthwise layer runs
 // planar until a depthwise kernel is registered, and its chain with it.
 TEST(LayoutPlanning, DepthwiseRunsPlanarWithoutDepthwiseKernels) {
@@ -149,8 +157,12 @@ TEST(LayoutPlanning, DepthwiseRunsPlanarWithoutDepthwiseKernels) {
   OnnxBuilder::Attr(conv, "group", std::int64_t(16));
   convert::ConvertOptions options = OptionsFor(Target::kAVX);
   options.verify = false;
+  convert::Planner planner;
+  Unregister(planner, "Depthwise_");
   convert::ConvertResult r;
-  ASSERT_TRUE(Convert(b.Bytes(), options, &r)) << convert::FormatProblems(r.problems);
+  const std::string bytes = b.Bytes();
+  ASSERT_TRUE(convert::ConvertOnnx(bytes.data(), bytes.size(), options, planner, &r))
+      << convert::FormatProblems(r.problems);
   const auto* layer = LayerOf(r.plan, "Conv");
   ASSERT_NE(layer, nullptr);
   EXPECT_EQ(layer->in, Layout::kPlanar);
@@ -195,8 +207,10 @@ TEST(KernelChoice, InPlaceOnlyOnUnsharedFreshTensors) {
 TEST(KernelChoice, MissingKernelIsNamed) {
   OnnxFixture f;
   ASSERT_TRUE(LoadFixture("batchnorm", &f));
+  convert::Planner planner;
+  Unregister(planner, "BatchNorm2D_");
   convert::ConvertResult r;
-  ASSERT_FALSE(Convert(f.onnx, OptionsFor(Target::kFallback), &r));
+  ASSERT_FALSE(convert::ConvertOnnx(f.onnx.data(), f.onnx.size(), OptionsFor(Target::kFallback), planner, &r));
   ASSERT_EQ(r.problems.size(), 1u);
   EXPECT_EQ(r.problems[0].op, "BatchNormalization");
   EXPECT_NE(r.problems[0].message.find("BatchNorm2dInfo"), std::string::npos) << r.problems[0].message;
@@ -239,7 +253,8 @@ class TestReshapeKernel : public kernel::KernelBase {
 TEST(KernelChoice, NewlyRegisteredFamilyWidensTheConverter) {
   OnnxFixture f;
   ASSERT_TRUE(LoadFixture("reshape", &f));
-  convert::Planner planner;  // a registry of its own
+  convert::Planner planner;  // a registry of its own, without the reshape kernels
+  Unregister(planner, "TensorReshape_");
   convert::ConvertResult before, after;
   ASSERT_FALSE(convert::ConvertOnnx(f.onnx.data(), f.onnx.size(), OptionsFor(Target::kFallback), planner, &before));
   planner.registry().Register("TensorReshape_Fallback_Float_M1", [] { return std::make_shared<TestReshapeKernel>(); },

@@ -289,7 +289,12 @@ bool Exists(const std::string& path) {
 TEST(ConvertTool, ExitStatusAndNoPartialFile) {
   TempDir dir;
   const std::string out = dir.File("out.json");
-  EXPECT_EQ(RunTool(FixturePath("batchnorm", ".onnx") + " " + out), 1);
+  OnnxBuilder elu;  // the runtime has no Elu activation: refused whatever is registered
+  elu.Input("x", {1, 4, 6, 6}).Output("y", {1, 4, 6, 6});
+  elu.Node("Elu", {"x"}, {"y"});
+  const std::string refused = dir.File("elu.onnx"), bytes = elu.Bytes();
+  WriteAll(refused, std::vector<unsigned char>(bytes.begin(), bytes.end()));
+  EXPECT_EQ(RunTool(refused + " " + out), 1);
   EXPECT_FALSE(Exists(out));
   const std::string garbage = dir.File("garbage.onnx");
   WriteAll(garbage, {1, 2, 3, 4, 5});
