@@ -180,7 +180,9 @@ TEST(Views, FlattenBeforeClassifierIsFolded) {
     convert::PassReport report;
     ASSERT_TRUE(Map(f.onnx, &model, &problems, &report)) << convert::FormatProblems(problems);
     for (const auto& l : model.layers) EXPECT_NE(l.record->type, runtime::LAYER_TENSOR_RESHAPE) << name;
-    if (std::string(name) == "view_flatten_linear") EXPECT_GE(report.folded, 3) << "the Shape chain is folded";
+    if (std::string(name) == "view_flatten_linear") {
+      EXPECT_GE(report.folded, 3) << "the Shape chain is folded";
+    }
   }
 }
 

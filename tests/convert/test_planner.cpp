@@ -89,11 +89,17 @@ TEST_P(TargetFamilies, PlanStaysWithinTheTarget) {
     names.insert(names.end(), l.output_converters.begin(), l.output_converters.end());
     names.push_back(l.kernel);
     for (const std::string& k : names) {
-      if (target == Target::kFallback) EXPECT_FALSE(HasFamily(k, "SSE") || HasFamily(k, "AVX")) << k;
-      if (target == Target::kSSE) EXPECT_FALSE(HasFamily(k, "AVX")) << k;
+      if (target == Target::kFallback) {
+        EXPECT_FALSE(HasFamily(k, "SSE") || HasFamily(k, "AVX")) << k;
+      }
+      if (target == Target::kSSE) {
+        EXPECT_FALSE(HasFamily(k, "AVX")) << k;
+      }
     }
   }
-  if (target == Target::kFallback) EXPECT_EQ(r.plan.blocked, Layout::kPlanar);
+  if (target == Target::kFallback) {
+    EXPECT_EQ(r.plan.blocked, Layout::kPlanar);
+  }
   EXPECT_EQ(r.package->sdk_type, target == Target::kAVX ? "cpu_avx" : "cpu_sse");
 }
 
