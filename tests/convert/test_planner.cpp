@@ -146,6 +146,58 @@ TEST(LayoutPlanning, BlockedOnlyWithWholeChannelBlocks) {
   EXPECT_EQ(in16.plan.layers[1].in, Layout::kC8HW8);
 }
 
+// A fire module: squeeze 1x1 (16 -> 8) -> relu, expanded by a 1x1 (8 -> 8)
+// and a 3x3 (8 -> 16) branch, concatenated (24 channels) and read by a 3x3.
+std::string FireModule() {
+  OnnxBuilder b;
+  b.Input("x", {1, 16, 10, 10}).Weight("ws", {8, 16, 1, 1}, -0.05f).Weight("w1", {8, 8, 1, 1}, -0.03f);
+  b.Weight("w3", {16, 8, 3, 3}, -0.04f).Weight("wo", {16, 24, 3, 3}, -0.03f).Output("y", {1, 16, 10, 10});
+  b.Node("Conv", {"x", "ws"}, {"s"});
+  b.Node("Relu", {"s"}, {"sr"});
+  b.Node("Conv", {"sr", "w1"}, {"e1"});
+  auto* e3 = b.Node("Conv", {"sr", "w3"}, {"e3"});
+  OnnxBuilder::Attr(e3, "pads", std::vector<std::int64_t>{1, 1, 1, 1});
+  auto* cat = b.Node("Concat", {"e1", "e3"}, {"c"});
+  OnnxBuilder::Attr(cat, "axis", std::int64_t(1));
+  auto* out = b.Node("Conv", {"c", "wo"}, {"y"});
+  OnnxBuilder::Attr(out, "pads", std::vector<std::int64_t>{1, 1, 1, 1});
+  return b.Bytes();
+}
+
+// A concatenation of blocked branches stays in the chain's layout (the
+// planner hands the blocked kernel the branches' channel counts, as the net
+// builder does), with no converter inside the chain, and gives the planar
+// plan's numbers.
+TEST(LayoutPlanning, ConcatenationKeepsTheChainBlocked) {
+  if (!CanRun(Target::kAVX)) GTEST_SKIP() << "needs AVX to run the AVX plan";
+  convert::ConvertOptions options = OptionsFor(Target::kAVX);
+  convert::ConvertResult blocked, planar;
+  ASSERT_TRUE(Convert(FireModule(), options, &blocked)) << convert::FormatProblems(blocked.problems);
+  options.plan.blocked = Layout::kPlanar;
+  ASSERT_TRUE(Convert(FireModule(), options, &planar)) << convert::FormatProblems(planar.problems);
+
+  const convert::PlannedLayer* cat = LayerOf(blocked.plan, "Concat");
+  ASSERT_NE(cat, nullptr);
+  EXPECT_EQ(cat->in, Layout::kC8HW8) << convert::PlanTable(blocked.plan);
+  EXPECT_EQ(cat->kernel, "Concatenate_AVX_C8HW8_Float_M1");
+  for (std::size_t k = 1; k < blocked.plan.layers.size(); ++k) {
+    EXPECT_TRUE(blocked.plan.layers[k].input_converters.empty()) << blocked.plan.layers[k].id;
+  }
+
+  FixtureTensor x{"x", {16, 10, 10}, {}};
+  for (int k = 0; k < 1600; ++k) x.data.push_back(static_cast<float>((k * 37) % 101) / 50.0f - 1.0f);
+  LoadedPackage a, b;
+  ASSERT_TRUE(a.Load(*blocked.package));
+  ASSERT_TRUE(b.Load(*planar.package));
+  const auto ya = a.Run({x}, blocked.model);
+  const auto yb = b.Run({x}, planar.model);
+  ASSERT_FALSE(ya.empty());
+  ASSERT_FALSE(yb.empty());
+  const float* ref = static_cast<const float*>(yb[0]->Data());
+  FixtureTensor expected{"y", {16, 10, 10}, std::vector<float>(ref, ref + yb[0]->shape.ElementCount())};
+  EXPECT_TRUE(CloseToReference(*ya[0], expected, 1e-5f));
+}
+
 // Takes every kernel whose name starts with `prefix` out of a planner's own
 // registry, so that a test sees the converter before such kernels exist.
 void Unregister(convert::Planner& planner, const std::string& prefix) {

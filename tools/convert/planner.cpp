@@ -253,6 +253,16 @@ class Run {
       if (!kernel) return "not registered";
       if (kernel->IsValidParam(layer.record, nullptr) != 0) return "refuses the record";
       if (!kernel->Config(layer.record, nullptr, context_)) return "refuses to configure with the record";
+      // A blocked tensor does not carry its real channel count: the net builder
+      // hands the counts to the kernels that need them, and so does the check.
+      if (auto* receiver = dynamic_cast<runtime::BlockedChannelsReceiver*>(kernel.get())) {
+        std::vector<std::int64_t> channels;
+        for (std::size_t p : producers_[i]) {
+          const RuntimeDims& d = model_.layers[p].dims;
+          channels.push_back(d.empty() ? -1 : static_cast<std::int64_t>(d[0]));
+        }
+        receiver->SetInputChannels(channels);
+      }
       std::vector<TensorShape> shapes;
       for (std::size_t p : producers_[i]) shapes.push_back(ShapeIn(model_.layers[p].dims, c.in));
       const std::vector<TensorShape> outs = kernel->GetOutputShapes(shapes);
