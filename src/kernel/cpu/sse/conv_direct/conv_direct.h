@@ -13,6 +13,7 @@
 
 #include <immintrin.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <type_traits>
 #include <utility>
@@ -284,8 +285,8 @@ struct Chw {
   // Four output channels from og * 4 (n of them real) by ROWS output rows
   // from oy by PV vectors of four pixels from ox; with kPart the last vector
   // holds only `part` (1..3) pixels. Its loads then run past the last pixel
-  // into the rest of the plane (the lanes are never stored), which is safe for
-  // every channel but the last: that one alone is loaded lane by lane.
+  // into the rest of the tensor (the lanes are never stored); the channels
+  // where they would run past its end are loaded lane by lane.
   template <int ROWS, int PV, bool kPart = false>
   static inline __attribute__((always_inline)) void Tile(const ChwArgs& a, int og, int n, int oy, int ox,
                                                          int part = 0) {
@@ -336,9 +337,18 @@ struct Chw {
         });
       });
     };
-    const int whole = kPart ? a.channels - 1 : a.channels;
+    int whole = a.channels;
+    if constexpr (kPart) {
+      // The last float the tile's loads touch, from a channel's start, and the
+      // room the tensor leaves: channel c may load whole vectors when
+      // c * srcPlane < room. On small planes (a 1x1 stride-2 layer on a 1x2
+      // map) that excludes more than the last channel.
+      const ptrdiff_t reach = (kInRows - 1) * a.srcRow + (KX - 1) + 4 * (PV - 1) * SX + 3 * SX;
+      const ptrdiff_t room = ptrdiff_t(a.channels) * a.srcPlane - (s0 - a.src) - reach;
+      whole = room <= 0 ? 0 : static_cast<int>(std::min<ptrdiff_t>(a.channels, (room + a.srcPlane - 1) / a.srcPlane));
+    }
     for (int c = 0; c < whole; ++c) channel(c, std::false_type{});
-    if constexpr (kPart) channel(whole, std::true_type{});
+    for (int c = whole; c < a.channels; ++c) channel(c, std::true_type{});
     for (int o = 0; o < n; ++o) {
       Unroll<ROWS>([&](auto r) TRN_INLINE {
         Unroll<PV>([&](auto v) TRN_INLINE {
